@@ -1,0 +1,309 @@
+// SOAP request to packet. The envelope is cut apart by text search; the packet
+// header found in the SOAP header and the operation element of the body are
+// the only pieces parsed as XML, by the packet's own text parser. The
+// operation's tag and namespace are parked in the packet's `cookie` so that
+// the reply can be named after them.
+#include <kvx/KVXSoapConverter.h>
+
+#include "soap/KVXSoapConverterState.h"
+#include "vocabulary/VocabularyConstants.h"
+
+#include <cctype>
+#include <memory>
+#include <string>
+
+namespace KVX {
+
+namespace {
+
+// Vocabulary ids of the elements the bridge reads and writes.
+constexpr int TargetId = 1401;
+constexpr int CookieId = 1400;
+constexpr int RequestId = 1322;
+constexpr int NameId = 1026;
+// The namespace whose URI ends in "/webservices/kvx/4.0.0/protocol".
+constexpr int ProtocolNamespaceId = 297;
+
+char const NoOperation[] = "No KVAgent operation was specified";
+char const NoOperator[] = "No KVAgent target operator was specified";
+char const BadBody[] = "Cannot parse soap message body";
+char const BodyRefused[] = "Soap message body cannot be converted to KVAgent message";
+char const WrongHeader[] = "Wrong packet header";
+char const HeaderRefused[] = "Soap header cannot be converted to KVAgent message";
+char const VersionMismatch[] = "Version mismatch";
+
+std::string plain(istring const &text) {
+    return std::string(text.data(), text.size());
+}
+
+std::string lowerCase(std::string text) {
+    for (char &c : text)
+        c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
+    return text;
+}
+
+// Replaces every occurrence of `from`, going on behind each replacement.
+void replaceAll(istring &text, istring const &from, istring const &to) {
+    istring::size_type position = 0;
+    while ((position = text.find(from, position)) != istring::npos) {
+        text.replace(position, from.size(), to);
+        position += to.size();
+    }
+}
+
+// "4.5.0" gives 40500: digits build a number, any other character shifts the
+// sum by two decimal places and adds the number.
+int versionNumber(std::string const &text) {
+    int number = 0;
+    int sum = 0;
+    for (char c : text) {
+        if (c >= '0' && c <= '9') {
+            number = number * 10 + (c - '0');
+        } else {
+            sum = sum * 100 + number;
+            number = 0;
+        }
+    }
+    return sum * 100 + number;
+}
+
+// Deletes a cursor on every way out.
+struct CursorHolder {
+    explicit CursorHolder(KVXMessageIterator *c) : cursor(c) {}
+    ~CursorHolder() { delete cursor; }
+    CursorHolder(CursorHolder const &) = delete;
+    CursorHolder &operator=(CursorHolder const &) = delete;
+    KVXMessageIterator *operator->() const { return cursor; }
+    KVXMessageIterator *cursor;
+};
+
+} // namespace
+
+int KVXSoapConverter::soapToKvxmsg(char const *text, KVXMessage &message) {
+    resetState();
+    if (text != nullptr)
+        state->documentText = text;
+    std::unique_ptr<KVXSoapEnvelope> envelope(KVXSoapEnvelope::fromText(text));
+    if (!envelope) {
+        setFault(KVXSoapFault::CodeVersionMismatch, VersionMismatch);
+        return -1;
+    }
+    auto version = soapVersions.find(envelope->soapURI);
+    if (version == soapVersions.end()) {
+        setFault(KVXSoapFault::CodeVersionMismatch, VersionMismatch);
+        return -1;
+    }
+    state->version = version->second;
+    if (convertHeader(envelope->header.c_str(), message) != 0)
+        return -1;
+    if (convertBody(envelope->body.c_str(), message) != 0)
+        return -1;
+    return 0;
+}
+
+int KVXSoapConverter::convertHeader(char const *header, KVXMessage &message) {
+    if (header == nullptr) {
+        message.create("packet");
+        return 0;
+    }
+    istring text(header);
+    istring::size_type start = text.find("<packet_header");
+    if (start == istring::npos) {
+        message.create("packet");
+        return 0;
+    }
+    istring::size_type end = text.find("/packet_header>", start);
+    if (end != istring::npos) {
+        end += sizeof("/packet_header>") - 1;
+    } else {
+        end = text.find("/>", start);
+        if (end == istring::npos) {
+            setFault(KVXSoapFault::CodeClient, WrongHeader);
+            return -1;
+        }
+        end += 2;
+    }
+    istring work = text.substr(start, end - start);
+    replaceAll(work, "packet_header", "packet");
+    removeNamespaces(work);
+    KVX_ASSERT(!work.empty()); // the element holds at least "<packet"
+    if (work.size() >= 2 && work.compare(work.size() - 2, 2, "/>") == 0)
+        work.replace(work.size() - 2, 2, "></packet>");
+    istring::size_type close = work.rfind("</packet>");
+    if (close == istring::npos) {
+        setFault(KVXSoapFault::CodeClient, WrongHeader);
+        return -1;
+    }
+    // The body step fills this cookie with the operation's tag and namespace.
+    work.insert(close, "<cookie></cookie>");
+    if (message.fromText(work.c_str(), nullptr) < 0) {
+        setFault(KVXSoapFault::CodeClient, HeaderRefused);
+        return -1;
+    }
+    return 0;
+}
+
+int KVXSoapConverter::convertBody(char const *body, KVXMessage &message) {
+    istring text(body != nullptr ? body : "");
+
+    // The operation element: the first "<" behind the body's own tag. A comment
+    // or declaration there is passed over (behind its end) and the search goes on.
+    istring::size_type open = text.find('<', 1);
+    for (;;) {
+        if (open == istring::npos) {
+            setFault(KVXSoapFault::CodeClient, NoOperation);
+            return -1;
+        }
+        if (open + 1 >= text.size() || text[open + 1] != '!')
+            break;
+        istring::size_type skipEnd = text.compare(open, 4, "<!--") == 0 ? text.find("-->", open + 4)
+                                                                        : text.find('>', open + 2);
+        if (skipEnd == istring::npos) {
+            open = istring::npos;
+            continue;
+        }
+        open = text.find('<', skipEnd + 1);
+    }
+    if (open + 1 >= text.size()) {
+        setFault(KVXSoapFault::CodeClient, NoOperation);
+        return -1;
+    }
+    istring::size_type bodyClose = text.rfind("</");
+    if (bodyClose == istring::npos) {
+        setFault(KVXSoapFault::CodeClient, BadBody);
+        return -1;
+    }
+    istring content = bodyClose > open ? text.substr(open, bodyClose - open) : istring();
+
+    istring::size_type tagEnd = content.find('>');
+    if (tagEnd == istring::npos) {
+        setFault(KVXSoapFault::CodeClient, NoOperation);
+        return -1;
+    }
+    istring::size_type attributes = content.find(' ');
+    istring::size_type nameEnd =
+        (attributes != istring::npos && attributes < tagEnd) ? attributes : tagEnd;
+    std::string tag = nameEnd > 1 ? plain(content.substr(1, nameEnd - 1)) : std::string();
+    if (tag.empty()) {
+        setFault(KVXSoapFault::CodeClient, NoOperation);
+        return -1;
+    }
+    std::string prefix;
+    std::string::size_type colon = tag.find(':');
+    if (colon != std::string::npos) {
+        prefix = tag.substr(0, colon);
+        tag = tag.substr(colon + 1);
+    }
+    tag = lowerCase(tag);
+
+    // The operation's namespace declaration: in the element itself for a
+    // default namespace, anywhere in the document for a prefix.
+    istring declaration;
+    if (prefix.empty()) {
+        istring::size_type declarationEnd =
+            attributes != istring::npos ? content.find('>', attributes) : istring::npos;
+        if (declarationEnd == istring::npos) {
+            setFault(KVXSoapFault::CodeClient, NoOperation);
+            return -1;
+        }
+        istring::size_type behind = istring::npos;
+        istring::size_type xmlns = content.find("xmlns", attributes);
+        while (xmlns != istring::npos) {
+            behind = xmlns + 5;
+            if (behind < content.size() && content[behind] == ':') {
+                xmlns = content.find("xmlns", behind);
+                behind = istring::npos;
+                continue;
+            }
+            break;
+        }
+        if (xmlns == istring::npos || behind >= declarationEnd || behind >= content.size()) {
+            setFault(KVXSoapFault::CodeClient, NoOperator);
+            return -1;
+        }
+        declaration = content.substr(behind, declarationEnd - behind + 1);
+    } else {
+        istring needle = "xmlns:";
+        needle.append(prefix.data(), prefix.size());
+        istring::size_type match = state->documentText.find(needle);
+        if (match == istring::npos) {
+            setFault(KVXSoapFault::CodeClient, NoOperator);
+            return -1;
+        }
+        istring::size_type first = state->documentText.find('"', match);
+        istring::size_type second =
+            first != istring::npos ? state->documentText.find('"', first + 1) : istring::npos;
+        if (second == istring::npos) {
+            setFault(KVXSoapFault::CodeClient, NoOperator);
+            return -1;
+        }
+        declaration = state->documentText.substr(match, second - match + 1);
+    }
+    istring::size_type equals = declaration.find('=');
+    istring::size_type first = equals != istring::npos ? declaration.find('"', equals) : equals;
+    istring::size_type second = first != istring::npos ? declaration.find('"', first + 1) : first;
+    if (second == istring::npos) {
+        setFault(KVXSoapFault::CodeClient, NoOperator);
+        return -1;
+    }
+    std::string uri = plain(declaration.substr(first + 1, second - first - 1));
+    std::string::size_type lastSlash = uri.rfind('/');
+    if (lastSlash == std::string::npos) {
+        setFault(KVXSoapFault::CodeClient, NoOperator);
+        return -1;
+    }
+
+    // The operator: the header's target, else the URI's last path segment.
+    std::string op;
+    {
+        CursorHolder reader(message.newIterator());
+        if (reader.cursor == nullptr || reader->getValue(op, TargetId) != 0)
+            op = uri.substr(lastSlash + 1);
+    }
+    op = lowerCase(op);
+    std::string const &operationNamespace = uri;
+    std::string versionText;
+    if (lastSlash > 0) {
+        std::string::size_type before = uri.rfind('/', lastSlash - 1);
+        if (before != std::string::npos)
+            versionText = uri.substr(before + 1, lastSlash - before - 1);
+    }
+
+    // The operation element declares xsi for the text parser.
+    static istring const xsiDeclaration =
+        istring(" xmlns:xsi=\"") +
+        istring(Internal::XsiNamespace.data, Internal::XsiNamespace.length) + istring("\"");
+    istring::size_type contentTagEnd = content.find('>');
+    if (contentTagEnd != istring::npos)
+        content.insert(contentTagEnd, xsiDeclaration);
+
+    CursorHolder writer(message.newIterator());
+    if (writer.cursor == nullptr) {
+        setFault(KVXSoapFault::CodeClient, BodyRefused);
+        return -1;
+    }
+    if (op != "system" && writer->seekPresence(TargetId) != 0) {
+        writer->newChild("target");
+        writer->putValue(op, 0);
+        writer->seekUp();
+    }
+    if (writer->seek(CookieId) < 0) {
+        writer->saveNamespace(ProtocolNamespaceId);
+        writer->newChild(CookieId);
+    }
+    writer->putValue(tag, RequestId);
+    writer->putValue(operationNamespace, NameId);
+    writer->seekUp();
+    writer->newChild("data");
+    writer->newChild(op);
+    std::string operation = plain(content);
+    if (writer->fromTextToChild(operation.c_str()) < 0) {
+        setFault(KVXSoapFault::CodeClient, BodyRefused);
+        return -1;
+    }
+    if (!versionText.empty())
+        message.setVersion(versionNumber(versionText));
+    return 0;
+}
+
+} // namespace KVX

@@ -1,0 +1,108 @@
+// TextParser: reads XML text into the nodes of a KVXBinary, by a scanner of the
+// library's own over one NUL-terminated buffer. Names and values stay views into
+// the caller's text until a node operation copies them into the frame. It edits
+// the document only through the node operations and its id map. One parse at a
+// time per document; the static AttributeIds are read-only after load.
+#ifndef KVX_TEXT_TEXTPARSER_H
+#define KVX_TEXT_TEXTPARSER_H
+
+#include <kvx/BinaryPath.h>
+#include <kvx/CharArray.h>
+
+#include <cstddef>
+#include <map>
+#include <string>
+#include <vector>
+
+namespace KVX {
+
+class KVXBinary;
+class KVXBinaryInternals;
+
+namespace Internal {
+
+class TextParser {
+public:
+    // Prefix to namespace id, for the prefixes declared on the open elements.
+    typedef std::map<CharArray, int> Scope;
+
+    // Attribute name to id: the inverse of the writer's AttributeNames, with the
+    // empty name giving 0. Filled when the library loads.
+    static std::map<CharArray, int> const AttributeIds;
+
+    // A parser that builds into the current document of `message` under its
+    // text policy (KVXBinary::Policy as the message copied it). The parser
+    // keeps a reference to that document: it must outlive the parser.
+    // Requires: `message` has a document (not detached).
+    explicit TextParser(KVXBinary &message);
+
+    // Reads one element with everything inside it, or the end tag of its
+    // parent, from `text` and moves `text` on. New nodes go under the last
+    // entry of `path`. 0, or -1 when the text is refused; nodes made before a
+    // failure stay. Requires: a NUL-terminated `text`.
+    int parse(char const *&text, BinaryPath &path);
+
+    // Gives the current element of `path` the complex type named by an
+    // xsi:type-like attribute: `attrPrefix` is the attribute's prefix,
+    // `typePrefix` and `typeName` the parts of its value. When the attribute's
+    // prefix is bound to another URI than the schema-instance one, the value is
+    // added as the attribute "type" instead. 0 or -1.
+    int xmlTypeFromText(BinaryPath &path, CharArray const &typeName, CharArray const &typePrefix,
+                        CharArray const &attrPrefix, Scope const &scope);
+    // Adds the attribute "type" (id 105), KindUntyped, with `value` and a NUL
+    // under the current element, leaving `path` where it was. 0 or -1.
+    int attrFromText(BinaryPath &path, CharArray const &value);
+
+    // The prefixes in force; a caller may declare some before a parse.
+    Scope &currentScope() { return scope; }
+
+private:
+    // An element whose children are being read.
+    struct Open {
+        char const *start; // where its raw text began, markup in front included
+        CharArray name;    // its name as written, for the end tag
+        bool pushed;       // it pushed a default namespace
+        bool unknownTop;   // it got no id and heads a skipped part
+        bool skipping;     // it and everything below make no nodes
+        std::size_t mark;  // undo position of its prefix declarations
+    };
+    enum Outcome { Failed = -1, Finished = 0, Opened = 1 };
+    // One prefix declaration, undone when its element closes.
+    struct Undo {
+        CharArray prefix;
+        bool existed;
+        int previous;
+    };
+
+    // Reads the next element up to its content. Finished: the element (or the
+    // parent's end) is done. Opened: `open` describes an element whose
+    // children are to be read.
+    Outcome enter(char const *&text, BinaryPath &path, bool skipping, std::size_t depth,
+                  Open &open);
+    // The end of an element that had child elements; `text` is at its end tag.
+    int close(char const *&text, BinaryPath &path, Open const &open);
+    // Sets the element's namespace from its prefix or the default in force.
+    int setElementNamespace(BinaryPath &path, bool hasPrefix, CharArray const &prefix);
+    // Stores the content as the value of the element at the end of `path`.
+    int setValue(BinaryPath &path, CharArray const &value);
+    // A KindXML node of id 0 with the raw text of a skipped part.
+    int addFragment(BinaryPath &path, char const *start, std::size_t length);
+    // A new dynamic element id for `name`, with its name table entry; 0 when
+    // the entry cannot be added.
+    int allotElementId(CharArray const &name);
+    // append(), refused when the frame would pass MaxTextLength.
+    int appendNode(BinaryPath &path, int id, unsigned short kind, char const *value,
+                   std::size_t length, bool terminate);
+    void declare(CharArray const &prefix, int id);
+    void undoTo(std::size_t mark);
+
+    KVXBinaryInternals &doc;
+    int policy;
+    Scope scope;
+    std::vector<Undo> undo;
+};
+
+} // namespace Internal
+} // namespace KVX
+
+#endif // KVX_TEXT_TEXTPARSER_H
