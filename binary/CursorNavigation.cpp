@@ -1,13 +1,12 @@
-// Cursor navigation: child spans, filtered walks over node predicates, and the
-// moves of KVXBinaryIterator (root, up, by id, by path, first child, next
-// sibling). Reads the frame of the message's KVXBinaryInternals and changes
-// only the cursor's own path. One thread at a time per document.
+// Cursor navigation: the moves of KVXBinaryIterator (root, up, by id, by path,
+// first child, next sibling) over the bounded walks of CursorWalk.h, and the
+// stricter bound that the editing operations take. Reads the frame of the
+// message's KVXBinaryInternals and changes only the cursor's own path. One
+// thread at a time per document.
 #include <kvx/KVXBinaryIterator.h>
 
 #include "binary/CursorWalk.h"
 #include "binary/KVXBinaryInternals.h"
-
-#include <boost/bind/bind.hpp>
 
 #include <algorithm>
 
@@ -18,55 +17,6 @@ namespace Internal {
 // A segment is copied into a buffer of this size with its terminator, which
 // bounds a path segment to 255 characters.
 constexpr std::size_t SegmentBufferSize = 256;
-
-NodePredicate attributeChildren() {
-    return boost::bind(&binary::isAttribute, boost::placeholders::_1);
-}
-
-NodePredicate elementChildren() {
-    return !boost::bind(&binary::isAttribute, boost::placeholders::_1);
-}
-
-NodePredicate childrenWithId(int id, bool attributes) {
-    using boost::placeholders::_1;
-    if (attributes)
-        return boost::bind(&binary::Node::id, _1) == id && boost::bind(&binary::isAttribute, _1);
-    return boost::bind(&binary::Node::id, _1) == id && !boost::bind(&binary::isAttribute, _1);
-}
-
-FrameView::FrameView(KVXBinaryInternals const &doc)
-    : base(doc.buffer), limit(doc.used > 0 ? static_cast<std::uint32_t>(doc.used) : 0),
-      format(FormatCurrent), rootEnd(RootOffset) {
-    if (base == nullptr || limit < FrameHeadSize) {
-        limit = base == nullptr ? 0 : limit;
-        return;
-    }
-    format = frameFormat(base);
-    if (frameIsEmpty(base))
-        return;
-    binary::Node root = node(RootOffset);
-    if (!root.fits())
-        return;
-    // A damaged root size must not stretch the root section past the frame.
-    rootEnd = static_cast<std::uint32_t>(std::min<std::uint64_t>(root.end(), limit));
-}
-
-bool FrameView::usable(std::uint32_t offset, std::uint32_t bound) const {
-    bound = std::min(bound, rootEnd);
-    return bound >= ShortHeaderSize && offset <= bound - ShortHeaderSize && node(offset).fits();
-}
-
-Span FrameView::childSpan(std::uint32_t offset, std::uint32_t bound) const {
-    bound = std::min(bound, rootEnd);
-    if (offset >= bound || !usable(offset, bound))
-        return Span{bound, bound};
-    binary::Node parent = node(offset);
-    std::uint32_t end = static_cast<std::uint32_t>(std::min<std::uint64_t>(parent.end(), bound));
-    if (!parent.isContainer())
-        return Span{end, end};
-    std::uint32_t begin = parent.valueOffset();
-    return begin < end ? Span{begin, end} : Span{end, end};
-}
 
 std::uint32_t FrameView::enclosingEnd(std::vector<PathEntry> const &entries,
                                       std::size_t count) const {
@@ -80,72 +30,72 @@ std::uint32_t FrameView::enclosingEnd(std::vector<PathEntry> const &entries,
     return bound;
 }
 
-void FilteredWalk::settle() {
-    while (current < end) {
-        if (!frame.usable(current, end)) {
-            current = end;
-            return;
-        }
-        if (predicate(frame.node(current)))
-            return;
-        step();
-    }
-}
-
-void FilteredWalk::step() {
-    if (current >= end)
-        return;
-    if (!frame.usable(current, end)) {
-        current = end;
-        return;
-    }
-    std::uint64_t next = frame.node(current).end();
-    current = next < end ? static_cast<std::uint32_t>(next) : end;
-}
-
-bool currentNode(FrameView const &frame, std::vector<PathEntry> const &entries, binary::Node &out) {
-    // The caller needs a current node, but the path is empty: the cursor went
-    // above the root with seekUp, or its document never had a root.
-    KVX_ASSERT(!entries.empty());
-    if (entries.empty())
-        return false;
-    std::uint32_t offset = entries.back().offset;
-    if (!frame.usable(offset, frame.rootEnd))
-        return false;
-    out = frame.node(offset);
-    return true;
-}
-
 } // namespace Internal
 
 namespace {
 
+// The offset of the first child of the current node that `test` accepts, or 0
+// when there is none (offset 0 is the frame head, never a child). A current
+// node outside the root section has an empty child span, so stale or damaged
+// offsets find nothing.
+// Inlined into each caller, where the test is a constant.
+[[gnu::always_inline]] inline std::uint32_t firstMatch(Internal::FrameView const &frame,
+                                                       std::vector<PathEntry> const &entries,
+                                                       Internal::ChildTest const &test) {
+    // The caller needs a current node, but the path is empty: the cursor went
+    // above the root with seekUp, or its document never had a root.
+    KVX_ASSERT(!entries.empty());
+    if (entries.empty())
+        return 0;
+    std::size_t last = entries.size() - 1;
+    std::uint32_t offset = entries[last].offset;
+    // Most nodes of a packet are leaves: they are told by their kind before
+    // the parent's bound is read. childSpan would give them an empty span too.
+    if (!frame.usable(offset, frame.rootEnd) || !Internal::isContainerKind(frame.kindAt(offset)))
+        return 0;
+    Internal::FilteredWalk walk(frame, frame.childSpan(offset, frame.parentEnd(entries, last)),
+                                test);
+    walk.settle();
+    return walk.atEnd() ? 0 : walk.offset();
+}
+
+// The first child of the current node with `id`, an attribute for ids 1 to
+// 200, else an element; 0 when there is none. Out of line so that seek(0), with
+// which every typed read by id begins, stays small.
+[[gnu::noinline]] std::uint32_t childWithId(KVXBinaryInternals const &document,
+                                            std::vector<PathEntry> const &entries, int id) {
+    Internal::FrameView frame(document);
+    bool attribute =
+        static_cast<unsigned>(id) - 1u < static_cast<unsigned>(Internal::LastAttributeId);
+    return firstMatch(frame, entries, Internal::ChildTest::withId(id, attribute));
+}
+
 // The walk step shared by the three nextSibling forms: settle from the current
 // node, step over the node found, settle again. Settling from the current node
 // is what makes a call from a non-matching node skip the first match.
-int stepSibling(Internal::FrameView const &frame, BinaryPath &path,
-                Internal::NodePredicate const &predicate) {
+// Inlined into each caller, where the test is a constant.
+[[gnu::always_inline]] inline int stepSibling(Internal::FrameView const &frame, BinaryPath &path,
+                                              Internal::ChildTest const &test) {
     std::vector<PathEntry> &entries = path.entries;
     // nextSibling at the root: the root has no parent to walk.
     KVX_ASSERT(entries.size() >= 2);
     if (entries.size() < 2)
         return -1;
     std::size_t parent = entries.size() - 2;
-    Internal::Span span =
-        frame.childSpan(entries[parent].offset, frame.enclosingEnd(entries, parent));
+    Internal::Span span = frame.childSpan(entries[parent].offset, frame.parentEnd(entries, parent));
     std::uint32_t start = entries.back().offset;
     if (start < span.begin || start >= span.end)
         return -1;
     span.begin = start;
-    Internal::FilteredWalk walk(frame, span, predicate);
+    Internal::FilteredWalk walk(frame, span, test);
     walk.settle();
     if (walk.atEnd())
         return -1;
-    walk.step();
+    walk.advance();
     walk.settle();
     if (walk.atEnd())
         return -1;
-    entries.back() = PathEntry{walk.node().id(), walk.offset()};
+    entries.back() = PathEntry{frame.idAt(walk.offset()), walk.offset()};
     return 0;
 }
 
@@ -166,24 +116,17 @@ int KVXBinaryIterator::seekUp() const {
 int KVXBinaryIterator::seek(int id) const {
     if (policy & 1)
         parseUnknown(); // a fragment that does not expand is no reason to fail a seek
-    if (validateStamp() != 0)
+    KVXBinary const *binary = static_cast<KVXBinary *>(message);
+    // validateStamp, with its common case (an unchanged stamp) decided inline:
+    // every typed read by id starts here.
+    if (binary == nullptr || binary->internals == nullptr ||
+        (stamp != binary->internals->stamp && validateStamp() != 0))
         return -1;
     if (id == 0)
         return 0;
-    Internal::FrameView frame(doc());
-    binary::Node current(nullptr, 0, 0, 0);
-    if (!Internal::currentNode(frame, path.entries, current))
+    std::uint32_t offset = childWithId(*binary->internals, path.entries, id);
+    if (offset == 0)
         return -1;
-    bool attribute =
-        static_cast<unsigned>(id) - 1u < static_cast<unsigned>(Internal::LastAttributeId);
-    Internal::NodePredicate predicate = Internal::childrenWithId(id, attribute);
-    std::size_t last = path.entries.size() - 1;
-    Internal::FilteredWalk walk(
-        frame, frame.childSpan(current.offset, frame.enclosingEnd(path.entries, last)), predicate);
-    walk.settle();
-    if (walk.atEnd())
-        return -1;
-    std::uint32_t offset = walk.offset();
     if (validateStamp() != 0)
         return -1;
     path.entries.push_back(PathEntry{id, offset});
@@ -251,20 +194,22 @@ int KVXBinaryIterator::seekPresence(std::string const &where) const {
 int KVXBinaryIterator::firstChild() const {
     if ((policy & 1) && parseUnknown() != 0)
         return -1;
-    if (validateStamp() != 0)
+    KVXBinary const *binary = static_cast<KVXBinary *>(message);
+    // validateStamp, with its common case (an unchanged stamp) decided inline.
+    if (binary == nullptr || binary->internals == nullptr ||
+        (stamp != binary->internals->stamp && validateStamp() != 0))
         return -1;
-    Internal::FrameView frame(doc());
-    binary::Node current(nullptr, 0, 0, 0);
-    if (!Internal::currentNode(frame, path.entries, current))
+    KVXBinaryInternals const &document = *binary->internals;
+    // Most nodes of a packet are leaves. A leaf has no child wherever it lies,
+    // so it is told by its kind (read inside the valid bytes) before the root
+    // section is measured; firstMatch would find nothing under it either.
+    if (!path.entries.empty() && !Internal::mayHoldChildren(document, path.entries.back().offset))
         return -1;
-    Internal::NodePredicate predicate = Internal::elementChildren();
-    std::size_t last = path.entries.size() - 1;
-    Internal::FilteredWalk walk(
-        frame, frame.childSpan(current.offset, frame.enclosingEnd(path.entries, last)), predicate);
-    walk.settle();
-    if (walk.atEnd())
+    Internal::FrameView frame(document);
+    std::uint32_t offset = firstMatch(frame, path.entries, Internal::ChildTest::elements());
+    if (offset == 0)
         return -1;
-    path.entries.push_back(PathEntry{walk.node().id(), walk.offset()});
+    path.entries.push_back(PathEntry{frame.idAt(offset), offset});
     return 0;
 }
 
@@ -280,11 +225,13 @@ int KVXBinaryIterator::firstChild(std::string const &name) const {
 }
 
 int KVXBinaryIterator::nextSibling() const {
-    if (validateStamp() != 0)
+    KVXBinary const *binary = static_cast<KVXBinary *>(message);
+    // validateStamp, with its common case (an unchanged stamp) decided inline.
+    if (binary == nullptr || binary->internals == nullptr ||
+        (stamp != binary->internals->stamp && validateStamp() != 0))
         return -1;
-    Internal::FrameView frame(doc());
-    Internal::NodePredicate predicate = Internal::elementChildren();
-    return stepSibling(frame, path, predicate);
+    Internal::FrameView frame(*binary->internals);
+    return stepSibling(frame, path, Internal::ChildTest::elements());
 }
 
 int KVXBinaryIterator::nextSibling(int id) const {
@@ -294,8 +241,7 @@ int KVXBinaryIterator::nextSibling(int id) const {
         return -1;
     Internal::FrameView frame(doc());
     // There is no attribute form: an id of 1 to 200 never matches an element.
-    Internal::NodePredicate predicate = Internal::childrenWithId(id, false);
-    return stepSibling(frame, path, predicate);
+    return stepSibling(frame, path, Internal::ChildTest::withId(id, false));
 }
 
 int KVXBinaryIterator::nextSibling(std::string const &name) const {
@@ -306,11 +252,14 @@ int KVXBinaryIterator::nextSibling(std::string const &name) const {
 }
 
 std::string const KVXBinaryIterator::curName() const {
-    int id = curID();
-    if (path.entries.empty() || getBinaryMessage() == nullptr ||
-        getBinaryMessage()->internals == nullptr)
+    // The current entry's id as curID reads it, without the call: a walk asks
+    // for every node's name. An empty path means the cursor was moved above the
+    // root (seekUp) or was made on a document without a root.
+    KVX_ASSERT(!path.entries.empty());
+    KVXBinary const *binary = static_cast<KVXBinary *>(message);
+    if (path.entries.empty() || binary == nullptr || binary->internals == nullptr)
         return std::string();
-    return ids().lookupName(id).str();
+    return binary->internals->ids.lookupName(path.entries.back().id).str();
 }
 
 } // namespace KVX

@@ -9,6 +9,7 @@
 #include "binary/WireFormat.h"
 
 #include <kvx/KVXBinary.h>
+#include <kvx/KVXDefaultMap.h>
 
 #include <algorithm>
 #include <cstring>
@@ -37,8 +38,8 @@ bool knownKind(unsigned kind) {
     return kind <= KindTime || kind == KindStructure || kind == KindXML || kind > LastValueKind;
 }
 
-// Element ids outside 0 to 200 name something and need an entry: the
-// vocabulary's 1001 to 2304 and the dynamic ones below 0.
+// Element ids outside 0 to 200 name something: the vocabulary's 1001 to 2304
+// and the dynamic ones below 0.
 bool elementNeedsName(int id) {
     return id < 0 || id > LastAttributeId;
 }
@@ -106,6 +107,12 @@ bool Verifier::checkHead() {
         !check(RootOffset + rootBytes <= limit, FrameFault::Truncated, limit) ||
         !check(total <= limit, FrameFault::Truncated, limit))
         return false;
+    // An empty frame without a name table is its head alone: the rule measures
+    // it in a longer buffer, but cut to its 8 bytes it is never complete, so
+    // it could never be handed on by itself.
+    if (!check(total >= MinimumFrameProbe, FrameFault::Truncated,
+               static_cast<std::uint32_t>(total)))
+        return false;
     frameEnd = static_cast<std::uint32_t>(total);
     return true;
 }
@@ -164,12 +171,21 @@ bool Verifier::checkNode(std::uint32_t offset, std::uint32_t spanEnd, std::size_
     // Children's node sizes are multiples of 8, so no other size can be their sum.
     if (isContainerKind(kind) && !check(size % NodeAlignment == 0, FrameFault::SizeNotSum, offset))
         return false;
-    // A namespace or type id stands in its entry as the positive 16-bit value.
-    return check(!elementNeedsName(id) || named(names, id), FrameFault::Unnamed, offset) &&
-           check(ns <= static_cast<unsigned>(LastAttributeId) || named(names, static_cast<int>(ns)),
+    // An id has a name when the frame's table gives one or, for a fixed id,
+    // the vocabulary does: append records element names, but a namespace
+    // saved on a cursor reaches its nodes without a table entry. A namespace
+    // or type id stands in its entry as the positive 16-bit value.
+    int const nsId = static_cast<int>(ns);
+    int const typeId = static_cast<int>(kind);
+    return check(!elementNeedsName(id) || named(names, id) ||
+                     !KVXDefaultMap::findElemID(id).empty(),
                  FrameFault::Unnamed, offset) &&
-           check(kind <= LastValueKind || named(types, static_cast<int>(kind)), FrameFault::Unnamed,
-                 offset);
+           check(nsId <= LastAttributeId || named(names, nsId) ||
+                     !KVXDefaultMap::findNSID(nsId).empty(),
+                 FrameFault::Unnamed, offset) &&
+           check(typeId <= LastValueKind || named(types, typeId) ||
+                     !KVXDefaultMap::findTypeID(typeId).empty(),
+                 FrameFault::Unnamed, offset);
 }
 
 // Pre-order over the root section with a stack of open containers: the bottom

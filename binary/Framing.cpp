@@ -219,7 +219,9 @@ int KVXBinary::serialize(char **out, int *length, KVXMessageIterator const *from
     std::uint64_t const needed = neededLength(*internals, top, effective);
     if (needed > static_cast<std::uint64_t>(INT_MAX))
         return -1;
-    char *frame = static_cast<char *>(std::calloc(static_cast<std::size_t>(needed), 1));
+    // Not calloc: writeFrame writes every byte of the needed length (head, top
+    // node, name table), and clearing a megabyte first cost a quarter of the copy.
+    char *frame = static_cast<char *>(std::malloc(static_cast<std::size_t>(needed)));
     if (frame == nullptr)
         return -1;
     std::uint64_t const written = writeFrame(*internals, top, frame, needed, effective);
@@ -227,6 +229,9 @@ int KVXBinary::serialize(char **out, int *length, KVXMessageIterator const *from
         std::free(frame);
         return -1;
     }
+    // Never hand out bytes that were not written, should the two lengths differ.
+    if (written < needed)
+        std::memset(frame + written, 0, static_cast<std::size_t>(needed - written));
     *out = frame;
     *length = static_cast<int>(written);
     return 0;

@@ -44,7 +44,7 @@ bool reallocate(char *&buffer, int &capacity, std::uint64_t newCapacity, bool ze
 } // namespace
 
 KVXBinaryInternals::KVXBinaryInternals()
-    : buffer(nullptr), stamp(0), capacity(0), used(0), ids(this) {}
+    : buffer(nullptr), stamp(0), capacity(0), used(0), ids(this), room(0) {}
 
 KVXBinaryInternals::~KVXBinaryInternals() {
     std::free(buffer);
@@ -96,6 +96,7 @@ bool KVXBinaryInternals::grow(std::uint32_t n, bool zero) {
 int KVXBinaryInternals::resetBuffer() {
     ++stamp;
     used = 0;
+    room = 0;
     ids.reset();
     // Small buffers grow at every reset, so one of exactly 4096 bytes becomes
     // 8192 and the first create of a blank document gets 4096.
@@ -116,6 +117,7 @@ int KVXBinaryInternals::resetBuffer() {
 
 int KVXBinaryInternals::loadFrame(char const *frame, std::uint32_t length) {
     used = 0;
+    room = 0;
     if (frame == nullptr || length > static_cast<std::uint32_t>(INT_MAX) ||
         measureFrame(frame, length) != static_cast<std::int64_t>(length) || length == 0)
         return -1;
@@ -134,30 +136,6 @@ int KVXBinaryInternals::loadFrame(char const *frame, std::uint32_t length) {
     std::memcpy(buffer, frame, length);
     used = static_cast<int>(length);
     return 0;
-}
-
-std::uint32_t KVXBinaryInternals::rootEnd() const {
-    if (buffer == nullptr || used < static_cast<int>(FrameHeadSize))
-        return RootOffset;
-    return rootSectionEnd(buffer, static_cast<std::uint32_t>(used));
-}
-
-std::uint32_t KVXBinaryInternals::frameEnd() const {
-    if (buffer == nullptr || used < static_cast<int>(FrameHeadSize))
-        return RootOffset;
-    // The table size is below 2^24 and the root end at most `used`, so the sum
-    // cannot wrap.
-    return rootEnd() + nameTableSize(buffer);
-}
-
-unsigned KVXBinaryInternals::format() const {
-    if (buffer == nullptr || used < static_cast<int>(FrameHeadSize))
-        return FormatCurrent;
-    return frameFormat(buffer);
-}
-
-binary::Node KVXBinaryInternals::node(std::uint32_t offset) const {
-    return binary::Node(buffer, used > 0 ? static_cast<std::uint32_t>(used) : 0, offset, format());
 }
 
 } // namespace KVX

@@ -6,6 +6,7 @@
 #ifndef KVX_BINARY_KVXBINARYINTERNALS_H
 #define KVX_BINARY_KVXBINARYINTERNALS_H
 
+#include "binary/FrameGeometry.h"
 #include "binary/KVXProtocolIDMap.h"
 #include "binary/Node.h"
 
@@ -36,7 +37,8 @@ public:
     // Loads a whole frame by one copy (the framing of deserialize). 0 or -1.
     int loadFrame(char const *frame, std::uint32_t length);
 
-    // Geometry of the frame in `buffer`.
+    // Geometry of the frame in `buffer`. Inline: every node operation and walk
+    // asks for these, several times per node.
     std::uint32_t rootEnd() const;  // end of the root section = start of the name table
     std::uint32_t frameEnd() const; // end of the frame computed from the head
     unsigned format() const;        // format byte
@@ -48,6 +50,39 @@ public:
     int replaceValue(BinaryPath &path, unsigned short kind, void const *value, std::uint32_t length,
                      bool terminate);
     void remove(BinaryPath &path);
+    // Front-to-back building, for the text parser, which adds every node at
+    // the end of the root section under the chain of its open elements. On
+    // such a path appendAtEnd gives the bytes of append, but keeps current
+    // only the size of the root (which places the name table) instead of
+    // patching every entry: each other entry takes its size from settleAtEnd,
+    // which the builder calls before the entry leaves the path and before any
+    // other operation that reads the sizes of the path's entries. Until then
+    // an open entry's size is too small, never too large. Falls back to append
+    // for an empty path. 0 or -1, as append.
+    int appendAtEnd(BinaryPath &path, int id, unsigned short kind, void const *value,
+                    std::uint32_t length, bool terminate);
+    // appendAtEnd of a KindUntyped leaf holding `value` and a NUL, leaving
+    // `path` as it was: the element "<name>text</name>" of a parse. While room
+    // is open its common case is decided and written here in one short pass.
+    int appendTextAtEnd(BinaryPath &path, int id, char const *value, std::uint32_t length);
+    // Gives the container at `offset`, an entry opened by appendAtEnd and not
+    // closed since, the size that reaches the end of the root section. Any
+    // other node is left as it is.
+    void settleAtEnd(std::uint32_t offset);
+    // appendAtEnd would move the name table behind every node it adds. It
+    // therefore keeps the table at the top of the buffer while it builds, with
+    // the free capacity as `room` between the table and the root section:
+    // nodes take room from below, name table entries (addNameEntry) from
+    // above, and nothing moves. `used` includes the room meanwhile, so that a
+    // name keeps its distance from the frame's end. Growth is decided on the
+    // frame's length without the room, so that the buffer grows exactly as
+    // without it. settleAtEnd, addNameEntry, setNamespace, setKind and the id
+    // map's name texts work with room open; every other operation closes it
+    // first (the id map before it reads the table), and so must the builder
+    // before it hands the frame on. No room is open otherwise.
+    void closeRoom();
+    // The frame's length: `used` without the room.
+    int frameLength() const { return used - static_cast<int>(room); }
     std::uint32_t insertNode(std::uint32_t size, unsigned short kind, std::uint32_t offset);
     bool resizeNode(std::uint32_t newSize, unsigned short kind, std::uint32_t offset,
                     std::int64_t &delta);
@@ -61,7 +96,33 @@ public:
     int capacity;
     int used;
     KVXProtocolIDMap ids;
+    std::uint32_t room; // free bytes between the root section and the name table
 };
+
+inline std::uint32_t KVXBinaryInternals::rootEnd() const {
+    if (buffer == nullptr || used < static_cast<int>(Internal::FrameHeadSize))
+        return Internal::RootOffset;
+    return Internal::rootSectionEnd(buffer, static_cast<std::uint32_t>(used));
+}
+
+inline std::uint32_t KVXBinaryInternals::frameEnd() const {
+    if (buffer == nullptr || used < static_cast<int>(Internal::FrameHeadSize))
+        return Internal::RootOffset;
+    // The table size is below 2^24 and the root end at most `used`, so the sum
+    // cannot wrap.
+    return Internal::rootSectionEnd(buffer, static_cast<std::uint32_t>(used)) +
+           Internal::nameTableSize(buffer);
+}
+
+inline unsigned KVXBinaryInternals::format() const {
+    if (buffer == nullptr || used < static_cast<int>(Internal::FrameHeadSize))
+        return Internal::FormatCurrent;
+    return Internal::frameFormat(buffer);
+}
+
+inline binary::Node KVXBinaryInternals::node(std::uint32_t offset) const {
+    return binary::Node(buffer, used > 0 ? static_cast<std::uint32_t>(used) : 0, offset, format());
+}
 
 } // namespace KVX
 

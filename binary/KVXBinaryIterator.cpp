@@ -50,6 +50,32 @@ bool resolvePath(Internal::FrameView const &frame, std::vector<PathEntry> const 
     return true;
 }
 
+// validateStamp past its one comparison: the document changed since the cursor
+// last looked. Out of line so that the common case, run on every cursor step,
+// is that comparison alone.
+[[gnu::noinline]] int refreshPath(KVXBinaryInternals const &internals, unsigned __int64 cursorCount,
+                                  char *&buffer, unsigned int &stamp, BinaryPath &path) {
+    buffer = internals.buffer;
+    // A lone cursor keeps its own path right through its edits; only the base
+    // needs refreshing, and the stamp is left stale on purpose.
+    if (cursorCount < 2)
+        return 0;
+    Internal::FrameView frame(internals);
+    if (path.entries.empty()) {
+        // A cursor made on a document without a root finds the root that has
+        // been created since.
+        stamp = internals.stamp;
+        if (buffer != nullptr && frame.hasRoot())
+            path.entries.push_back(
+                PathEntry{frame.node(Internal::RootOffset).id(), Internal::RootOffset});
+        return 0;
+    }
+    if (buffer == nullptr || !resolvePath(frame, path.entries))
+        return -1;
+    stamp = internals.stamp;
+    return 0;
+}
+
 } // namespace
 
 int KVXBinaryIterator::Policy = 0;
@@ -133,28 +159,9 @@ int KVXBinaryIterator::validateStamp() const {
     KVXBinary *binary = getBinaryMessage();
     if (binary == nullptr || binary->internals == nullptr)
         return -1;
-    KVXBinaryInternals const &internals = *binary->internals;
-    if (stamp == internals.stamp)
+    if (stamp == binary->internals->stamp)
         return 0;
-    buffer = internals.buffer;
-    // A lone cursor keeps its own path right through its edits; only the base
-    // needs refreshing, and the stamp is left stale on purpose.
-    if (binary->cursorCount < 2)
-        return 0;
-    Internal::FrameView frame(internals);
-    if (path.entries.empty()) {
-        // A cursor made on a document without a root finds the root that has
-        // been created since.
-        stamp = internals.stamp;
-        if (buffer != nullptr && frame.hasRoot())
-            path.entries.push_back(
-                PathEntry{frame.node(Internal::RootOffset).id(), Internal::RootOffset});
-        return 0;
-    }
-    if (buffer == nullptr || !resolvePath(frame, path.entries))
-        return -1;
-    stamp = internals.stamp;
-    return 0;
+    return refreshPath(*binary->internals, binary->cursorCount, buffer, stamp, path);
 }
 
 KVXBinary *KVXBinaryIterator::getBinaryMessage() const {

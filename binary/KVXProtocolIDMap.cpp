@@ -13,6 +13,8 @@
 #include <kvx/KVXDefaultMap.h>
 
 #include <climits>
+#include <cstring>
+#include <vector>
 
 namespace KVX {
 
@@ -29,6 +31,28 @@ CharArray emptyName() {
 CharArray const &vocabularyName(int id) {
     CharArray const &element = KVXDefaultMap::findElemID(id);
     return element.length != 0 ? element : KVXDefaultMap::findNSID(id);
+}
+
+// Whether lookupId, given the vocabulary row of `id`, finds `id` again: true
+// for an element row (rows are unique), and for a namespace row that no
+// element shares. Worked out once for the cached range of ids.
+bool rowFindsItsId(int id) {
+    static std::vector<bool> const finds = [] {
+        std::vector<bool> table(KVXProtocolIDMap::CachedIdCount);
+        for (int index = 0; index < KVXProtocolIDMap::CachedIdCount; ++index) {
+            int const rowId = KVXProtocolIDMap::FirstCachedId + index;
+            CharArray const &row = vocabularyName(rowId);
+            table[static_cast<std::size_t>(index)] =
+                row.length != 0 && Internal::vocabularyId(row, Internal::TableElement) == rowId;
+        }
+        return table;
+    }();
+    unsigned const index =
+        static_cast<unsigned>(id) - static_cast<unsigned>(KVXProtocolIDMap::FirstCachedId);
+    if (index < static_cast<unsigned>(KVXProtocolIDMap::CachedIdCount))
+        return finds[index];
+    CharArray const &row = vocabularyName(id);
+    return row.length != 0 && Internal::vocabularyId(row, Internal::TableElement) == id;
 }
 
 bool hasNoName(int id, int lastUnnamed) {
@@ -53,7 +77,7 @@ CharArray NameRef::text() const {
 
 KVXProtocolIDMap::KVXProtocolIDMap(KVXBinaryInternals *mapOwner)
     : names(), types(), nextId(-2), version(40500), owner(mapOwner), aliases(nullptr),
-      tableCorrupt(false) {}
+      tableCorrupt(false), recorded(), ownTableBytes(0), unexplainedEntries(0) {}
 
 KVXProtocolIDMap::~KVXProtocolIDMap() {
     Internal::trieFree(aliases);
@@ -76,6 +100,10 @@ void KVXProtocolIDMap::copyFrom(KVXProtocolIDMap const &other) {
     nextId = other.nextId;
     version = other.version;
     tableCorrupt = other.tableCorrupt;
+    // The copy's frame has the same bytes, so the same entries are written.
+    std::memcpy(recorded, other.recorded, sizeof recorded);
+    ownTableBytes = other.ownTableBytes;
+    unexplainedEntries = other.unexplainedEntries;
     Internal::trieFree(aliases);
     aliases = copiedAliases;
 }
@@ -87,6 +115,7 @@ int KVXProtocolIDMap::load() {
         owner->used < static_cast<int>(Internal::FrameHeadSize) ||
         Internal::frameFlags(owner->buffer) == 0)
         return 0;
+    owner->closeRoom(); // the table is read from the end of the root section
     if (Internal::fillFromNameTable(*this, owner->buffer, static_cast<std::uint32_t>(owner->used),
                                     owner) != 0) {
         tableCorrupt = true;
@@ -96,10 +125,18 @@ int KVXProtocolIDMap::load() {
 }
 
 int KVXProtocolIDMap::lookupId(CharArray const &name) {
+    return findId(name, false);
+}
+
+int KVXProtocolIDMap::lookupOwnId(CharArray const &name) {
+    return findId(name, true);
+}
+
+int KVXProtocolIDMap::findId(CharArray const &name, bool ownEntriesOnly) {
     if (load() != 0)
         return 0;
     int const vocabulary = Internal::vocabularyId(name, Internal::TableElement);
-    if (vocabulary != 0 && names.count(vocabulary) != 0)
+    if (vocabulary != 0 && (isRecorded(vocabulary) || names.count(vocabulary) != 0))
         return vocabulary;
     int const alias = Internal::trieLookup(aliases, name);
     if (alias != 0 && names.count(alias) != 0)
@@ -107,8 +144,15 @@ int KVXProtocolIDMap::lookupId(CharArray const &name) {
     if (owner == nullptr || owner->buffer == nullptr ||
         owner->used < static_cast<int>(Internal::FrameHeadSize))
         return vocabulary;
+    // A table of this map's own entries, each of which the steps above find by
+    // its text, has nothing more to give: every first use of a name in a parse
+    // would otherwise walk the whole table.
+    if (ownEntriesOnly && unexplainedEntries == 0 &&
+        Internal::nameTableSize(owner->buffer) == ownTableBytes)
+        return vocabulary;
     // Last resort: the frame's own table, which may name this text under an id
     // that neither the vocabulary nor the aliases know.
+    owner->closeRoom(); // the table is read from the end of the root section
     Internal::NameTableEntry entry;
     std::uint32_t const used = static_cast<std::uint32_t>(owner->used);
     if (!Internal::findNameTableEntry(owner->buffer, used, name, entry) || entry.id == 0)
@@ -129,14 +173,18 @@ int KVXProtocolIDMap::intern(CharArray const &name, int tableKind) {
         return 0;
     std::map<int, NameRef> &map = tableKind == Internal::TableType ? types : names;
     int const vocabulary = Internal::vocabularyId(name, tableKind);
-    if (vocabulary != 0 && map.count(vocabulary) != 0)
+    if (vocabulary != 0 &&
+        ((&map == &names && isRecorded(vocabulary)) || map.count(vocabulary) != 0))
         return vocabulary;
     int const alias = Internal::trieLookup(aliases, name);
     if (alias != 0 && map.count(alias) != 0)
         return alias;
     NameRef const ref(name.data, name.length);
+    // The vocabulary's id of this very text: lookupId finds it by name, types
+    // apart, which it does not search.
     if (vocabulary != 0)
-        return addEntry(ref, vocabulary, tableKind);
+        return writeEntry(ref, vocabulary, tableKind,
+                          tableKind != Internal::TableType ? FoundByName : NotFoundByName);
     // All three spaces draw on the one counter; namespace and type ids keep the
     // low 16 bits because they live in 16-bit fields. At the bottom of the
     // range the counter stays put, and the next allotment meets an id in use.
@@ -145,10 +193,29 @@ int KVXProtocolIDMap::intern(CharArray const &name, int tableKind) {
         --nextId;
     if (tableKind != Internal::TableElement)
         allotted = static_cast<int>(static_cast<std::uint32_t>(allotted) & 0xFFFFu);
-    int const result = addEntry(ref, allotted, tableKind);
+    int const result = writeEntry(ref, allotted, tableKind, NotFoundByName);
     if (result != 0)
-        Internal::trieInsert(&aliases, name.data, name.length, result);
+        addAlias(name, result, tableKind);
     return result;
+}
+
+int KVXProtocolIDMap::allotElement(CharArray const &name) {
+    int const allotted = nextId;
+    if (nextId > INT_MIN)
+        --nextId;
+    int const result = writeEntry(NameRef(name.data, name.length), allotted, Internal::TableElement,
+                                  NotFoundByName);
+    if (result != 0)
+        addAlias(name, result, Internal::TableElement);
+    return result;
+}
+
+void KVXProtocolIDMap::addAlias(CharArray const &name, int id, int tableKind) {
+    // The entry just written under a dynamic id is found by its text through
+    // this alias from now on; a type's is not, as lookupId searches `names`.
+    if (Internal::trieInsert(&aliases, name.data, name.length, id) &&
+        tableKind != Internal::TableType && unexplainedEntries > 0)
+        --unexplainedEntries;
 }
 
 CharArray KVXProtocolIDMap::lookupName(int id) {
@@ -186,8 +253,9 @@ CharArray KVXProtocolIDMap::recordName(int id) {
     CharArray const &row = vocabularyName(id);
     if (row.length == 0)
         return emptyName();
-    addEntry(NameRef(row.data, row.length), id,
-             id <= 999 ? Internal::TableNamespace : Internal::TableElement);
+    writeEntry(NameRef(row.data, row.length), id,
+               id <= 999 ? Internal::TableNamespace : Internal::TableElement,
+               rowFindsItsId(id) ? FoundByName : NotFoundByName);
     return row;
 }
 
@@ -202,36 +270,60 @@ CharArray KVXProtocolIDMap::recordTypeName(int id) {
     CharArray const &row = KVXDefaultMap::findTypeID(id);
     if (row.length == 0)
         return emptyName();
-    addEntry(NameRef(row.data, row.length), id, Internal::TableType);
+    writeEntry(NameRef(row.data, row.length), id, Internal::TableType, NotFoundByName);
     return row;
 }
 
 int KVXProtocolIDMap::addEntry(NameRef const &ref, int id, int tableKind) {
+    return writeEntry(ref, id, tableKind, CheckText);
+}
+
+int KVXProtocolIDMap::writeEntry(NameRef const &ref, int id, int tableKind, Finding finding) {
     std::map<int, NameRef> &map = tableKind == Internal::TableType ? types : names;
-    if (map.count(id) != 0)
+    std::map<int, NameRef>::iterator const place = map.lower_bound(id);
+    if (place != map.end() && place->first == id)
         return 0;
     NameRef stored = ref;
+    bool written = false;
     if (owner != nullptr && owner->buffer != nullptr) {
         CharArray const text = ref.text();
+        std::uint32_t const tableBefore = Internal::nameTableSize(owner->buffer);
         if (text.length >= UINT32_MAX ||
             owner->addNameEntry(id, tableKind, text.data,
                                 static_cast<std::uint32_t>(text.length)) != 0)
             return 0;
-        // The new entry stands at the front of the table.
+        ownTableBytes += Internal::nameTableSize(owner->buffer) - tableBefore;
+        bool const found =
+            finding == FoundByName || (finding == CheckText && tableKind != Internal::TableType &&
+                                       Internal::vocabularyId(text, tableKind) == id);
+        if (!found)
+            ++unexplainedEntries;
+        // The new entry stands at the front of the table, behind the room that
+        // a parse may hold open.
         std::uint32_t const textOffset =
-            owner->rootEnd() + Internal::headerSize(static_cast<std::uint32_t>(text.length) + 1u,
-                                                    static_cast<unsigned>(tableKind));
+            owner->rootEnd() + owner->room +
+            Internal::headerSize(static_cast<std::uint32_t>(text.length) + 1u,
+                                 static_cast<unsigned>(tableKind));
         stored.data = "";
         stored.length = text.length;
         stored.owner = owner;
         stored.distance = static_cast<std::uint32_t>(owner->used) - textOffset;
+        written = text.length != 0;
     }
-    map.emplace(id, stored);
+    map.emplace_hint(place, id, stored);
+    if (written && &map == &names) {
+        unsigned const index = static_cast<unsigned>(id) - static_cast<unsigned>(FirstCachedId);
+        if (index < static_cast<unsigned>(CachedIdCount))
+            recorded[index / 64] |= std::uint64_t(1) << (index % 64);
+    }
     return id;
 }
 
 void KVXProtocolIDMap::reset() {
     names.clear();
+    std::memset(recorded, 0, sizeof recorded);
+    ownTableBytes = 0;
+    unexplainedEntries = 0;
     Internal::trieFree(aliases);
     aliases = nullptr;
     nextId = -2;

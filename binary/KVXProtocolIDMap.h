@@ -8,6 +8,7 @@
 
 #include <kvx/CharArray.h>
 
+#include <cstdint>
 #include <map>
 
 namespace KVX {
@@ -45,6 +46,10 @@ public:
 
     // The id of a name (element, else namespace), or 0. Never allots.
     int lookupId(Internal::CharArray const &name);
+    // The same, for a builder whose document this map has written alone since
+    // its reset (the text parser): where the frame's table holds only entries
+    // that the earlier steps find by their texts, it is not searched again.
+    int lookupOwnId(Internal::CharArray const &name);
     // The id of a name in the space of `tableKind`, allotting a dynamic id and
     // writing a name table entry where needed; 0 on a corrupt table or failure.
     int intern(Internal::CharArray const &name, int tableKind);
@@ -55,8 +60,19 @@ public:
     // As lookupName, adding a name table entry for a vocabulary id if missing.
     Internal::CharArray recordName(int id);
     Internal::CharArray recordTypeName(int id);
+    // recordName(id).length != 0, the test that append makes: an id whose entry
+    // this document wrote already is answered without a search of `names`
+    // (a set bit stands for an entry whose text is in the frame and not empty,
+    // which is what recordName would find and report).
+    bool recordsName(int id) {
+        return (!tableCorrupt && isRecorded(id)) || recordName(id).length != 0;
+    }
     // Adds `ref` under `id`; the id, or 0 if it was there or the entry failed.
     int addEntry(NameRef const &ref, int id, int tableKind);
+    // A new dynamic element id for `name` with its entry and alias, whatever
+    // the table holds: the text parser's id for a name without a prefix that
+    // lookupId does not know. 0 when the entry cannot be added.
+    int allotElement(Internal::CharArray const &name);
     // Back to empty: names and aliases cleared, nextId -2, version 40500. The
     // types map stays as it is.
     void reset();
@@ -77,6 +93,34 @@ public:
     // Set when reading the name table found it corrupt; every later operation
     // that consults the table then gives its empty answer, until reset.
     bool tableCorrupt;
+
+    // A positive cache of `names` over the ids of the vocabulary's namespace
+    // and element ranges (201 to 2304): a set bit means that `names` holds the
+    // id with a non-empty text written into the owner's frame. Set by
+    // addEntry, cleared by reset; a clear bit says nothing.
+    static constexpr int FirstCachedId = 201;
+    static constexpr int CachedIdCount = 2304 - 201 + 1;
+    bool isRecorded(int id) const {
+        unsigned const index = static_cast<unsigned>(id) - static_cast<unsigned>(FirstCachedId);
+        return index < static_cast<unsigned>(CachedIdCount) &&
+               ((recorded[index / 64] >> (index % 64)) & 1u) != 0;
+    }
+    std::uint64_t recorded[(CachedIdCount + 63) / 64];
+
+    // What this map wrote into its owner's table since reset: the bytes, and
+    // how many of those entries the first steps of lookupId would not find by
+    // their texts (neither under their vocabulary id nor through an alias).
+    std::uint32_t ownTableBytes;
+    int unexplainedEntries;
+
+private:
+    // Whether lookupId finds an entry by its text before it reads the table:
+    // known for the map's own writes, worked out for a caller's.
+    enum Finding { FoundByName, NotFoundByName, CheckText };
+    int writeEntry(NameRef const &ref, int id, int tableKind, Finding finding);
+    int findId(Internal::CharArray const &name, bool ownEntriesOnly);
+    // Adds the alias of a dynamic id just given to `name`.
+    void addAlias(Internal::CharArray const &name, int id, int tableKind);
 };
 
 } // namespace KVX

@@ -25,11 +25,49 @@ using binary::Node;
 // signed 32-bit numbers, so anything near 2 GiB would wrap a size field.
 constexpr std::uint64_t LargestValue = 0x7FFFFFFFu - 64u;
 
+// The kind, size and value bytes of the current node, read once from its
+// header; the getters look at them several times.
+class Leaf {
+public:
+    Leaf() : nodeKind(0), valueSize(0), bytes(nullptr) {}
+    unsigned short kind() const { return nodeKind; }
+    std::uint32_t size() const { return valueSize; }
+    // Requires: filled by valueNode, which checked all `size` bytes.
+    char const *value() const { return bytes; }
+    // The value's text: its bytes up to the first NUL, never past `size`.
+    std::size_t textLength() const {
+        void const *nul = std::memchr(bytes, 0, valueSize);
+        return nul != nullptr ? static_cast<std::size_t>(static_cast<char const *>(nul) - bytes)
+                              : valueSize;
+    }
+
+private:
+    unsigned short nodeKind;
+    std::uint32_t valueSize;
+    char const *bytes;
+
+    friend bool valueNode(KVXBinaryInternals const &doc, BinaryPath const &path, Leaf &out);
+};
+
 // The current node, when its header and value lie inside the frame. A node
 // that does not (damaged sizes, stale offsets) is read as no value at all.
-bool valueNode(KVXBinaryInternals const &doc, BinaryPath const &path, Node &out) {
+// Inlined into each getter: it runs on every typed read.
+[[gnu::always_inline]] inline bool valueNode(KVXBinaryInternals const &doc, BinaryPath const &path,
+                                             Leaf &out) {
     Internal::FrameView frame(doc);
-    return Internal::currentNode(frame, path.entries, out) && out.valueFits();
+    Node node(nullptr, 0, 0, 0);
+    if (!Internal::currentNode(frame, path.entries, node))
+        return false;
+    std::uint32_t offset = node.offset;
+    unsigned short kind = static_cast<unsigned short>(frame.kindAt(offset));
+    std::uint32_t size = frame.sizeAt(offset);
+    std::uint64_t at = static_cast<std::uint64_t>(offset) + Internal::headerSize(size, kind);
+    if (at + size > frame.limit)
+        return false;
+    out.nodeKind = kind;
+    out.valueSize = size;
+    out.bytes = frame.base + at;
+    return true;
 }
 
 // A NUL-terminated copy of a value's text only when the frame does not hold
@@ -37,8 +75,8 @@ bool valueNode(KVXBinaryInternals const &doc, BinaryPath const &path, Node &out)
 // not run past it.
 class ValueText {
 public:
-    explicit ValueText(Node const &node) : text(node.value()) {
-        std::size_t length = Internal::valueTextLength(node);
+    explicit ValueText(Leaf const &node) : text(node.value()) {
+        std::size_t length = node.textLength();
         if (length == node.size()) {
             copy.assign(text, length);
             text = copy.c_str();
@@ -52,8 +90,12 @@ private:
     std::string copy;
 };
 
-std::string textOf(Node const &node) {
-    return std::string(node.value(), Internal::valueTextLength(node));
+// Fills in place: the caller's string keeps its storage from one read to the
+// next. clear and append, as the frame never overlaps the string, skip the
+// overlap handling of assign.
+void assignText(std::string &out, Leaf const &node) {
+    out.clear();
+    out.append(node.value(), node.textLength());
 }
 
 // strtol with the range of a 32-bit long: the result saturates at the int
@@ -102,7 +144,7 @@ int KVXBinaryIterator::getValue(int &value, int id) const {
     if (seek(id) != 0)
         return -1;
     int result = -1;
-    Node node(nullptr, 0, 0, 0);
+    Leaf node;
     if (valueNode(doc(), path, node) && node.size() > 0) {
         result = 0;
         switch (node.kind()) {
@@ -129,7 +171,7 @@ int KVXBinaryIterator::getValueLongLong(__int64 &value, int id) const {
     if (seek(id) != 0)
         return -1;
     int result = -1;
-    Node node(nullptr, 0, 0, 0);
+    Leaf node;
     if (valueNode(doc(), path, node) && node.size() > 0) {
         result = 0;
         switch (node.kind()) {
@@ -163,7 +205,7 @@ int KVXBinaryIterator::getValueDouble(double &value, int id) const {
     if (seek(id) != 0)
         return -1;
     int result = -1;
-    Node node(nullptr, 0, 0, 0);
+    Leaf node;
     if (valueNode(doc(), path, node) && node.size() > 0) {
         result = 0;
         switch (node.kind()) {
@@ -190,18 +232,21 @@ int KVXBinaryIterator::getValue(std::string &value, int id) const {
     if (seek(id) != 0)
         return -1;
     int result = -1;
-    Node node(nullptr, 0, 0, 0);
+    Leaf node;
     if (valueNode(doc(), path, node)) {
         std::uint32_t size = node.size();
         switch (node.kind()) {
         case Internal::KindUntyped:
-            value = size == 0 ? std::string() : textOf(node);
+            if (size == 0)
+                value.clear();
+            else
+                assignText(value, node);
             result = 0;
             break;
         case Internal::KindString:
             if (size == 0)
                 return -1; // the cursor stays on the child
-            value = textOf(node);
+            assignText(value, node);
             result = 0;
             break;
         case Internal::KindInt:
@@ -235,7 +280,7 @@ int KVXBinaryIterator::getValueBase64(std::string &value, int id) const {
     if (seek(id) != 0)
         return -1;
     int result = -1;
-    Node node(nullptr, 0, 0, 0);
+    Leaf node;
     if (valueNode(doc(), path, node)) {
         std::uint32_t size = node.size();
         if (node.kind() == Internal::KindUntyped) {
@@ -261,11 +306,11 @@ int KVXBinaryIterator::getValueXML(std::string &value, int id) const {
     if (seek(id) != 0)
         return -1;
     int result = -1;
-    Node node(nullptr, 0, 0, 0);
+    Leaf node;
     if (valueNode(doc(), path, node) && node.kind() == Internal::KindXML) {
         if (node.size() == 0)
             return -1; // the cursor stays on the child
-        value = textOf(node);
+        assignText(value, node);
         result = 0;
     }
     if (id != 0)
@@ -286,7 +331,7 @@ int KVXBinaryIterator::getValueTime(__int64 &value, int id) const {
     if (seek(id) != 0)
         return -1;
     int result = -1;
-    Node node(nullptr, 0, 0, 0);
+    Leaf node;
     if (valueNode(doc(), path, node) && node.size() > 0 && isTimeText(node.kind())) {
         // The parsed time is stored even when it is -1, the answer for no time.
         value = str2time(ValueText(node).c_str());
@@ -301,7 +346,7 @@ int KVXBinaryIterator::getValueTimeZone(__int64 &value, int &zone, int id) const
     if (seek(id) != 0)
         return -1;
     int result = -1;
-    Node node(nullptr, 0, 0, 0);
+    Leaf node;
     if (valueNode(doc(), path, node) && node.size() > 0 && isTimeText(node.kind())) {
         value = str2time(ValueText(node).c_str(), zone);
         result = value == -1 ? -1 : 0;

@@ -8,6 +8,8 @@
 
 #include <cstdlib>
 #include <cstring>
+#include <initializer_list>
+#include <string_view>
 
 namespace KVX {
 
@@ -18,15 +20,37 @@ std::map<std::string, SoapVersion> const soapVersions = {
 
 namespace {
 
-// Copies `text` into a C heap block with a terminating 0: the form in which every SOAP text leaves
-// the library.
-char *mallocCopy(std::string const &text) {
-    char *copy = static_cast<char *>(std::malloc(text.size() + 1));
-    if (copy == nullptr)
+// Joins `pieces` into one C heap block with a terminating 0: the form in which every SOAP text
+// leaves the library. Measured first, so the text is written once. Null when memory runs out.
+char *mallocJoin(std::initializer_list<std::string_view> pieces) {
+    std::size_t length = 0;
+    for (std::string_view const &piece : pieces)
+        length += piece.size();
+    char *const text = static_cast<char *>(std::malloc(length + 1));
+    if (text == nullptr)
         return nullptr;
-    std::memcpy(copy, text.data(), text.size());
-    copy[text.size()] = '\0';
-    return copy;
+    char *to = text;
+    for (std::string_view const &piece : pieces) {
+        if (!piece.empty())
+            std::memcpy(to, piece.data(), piece.size());
+        to += piece.size();
+    }
+    *to = '\0';
+    return text;
+}
+
+// `head`, the prefix and `tail`: one of the tags that the parser searches for.
+istring tagOf(istring_view head, istring_view prefix, istring_view tail) {
+    istring tag;
+    tag.reserve(head.size() + prefix.size() + tail.size());
+    tag.append(head.data(), head.size());
+    tag.append(prefix.data(), prefix.size());
+    tag.append(tail.data(), tail.size());
+    return tag;
+}
+
+std::string_view viewOf(Internal::CharArray const &text) {
+    return std::string_view(text.data, static_cast<std::size_t>(text.length));
 }
 
 } // namespace
@@ -44,58 +68,43 @@ char *KVXSoapEnvelope::toText() {
 }
 
 char *KVXSoapEnvelope::assembly() {
-    std::string text;
-    text.reserve(soapURI.size() + header.size() + body.size() + 256);
-    text.append("<soap:Envelope xmlns:soap=\"");
-    text.append(soapURI);
-    text.append("\" xmlns:xsd=\"");
-    text.append(Internal::XsdNamespace.data,
-                static_cast<std::size_t>(Internal::XsdNamespace.length));
-    text.append("\" xmlns:xsi=\"");
-    text.append(Internal::XsiNamespace.data,
-                static_cast<std::size_t>(Internal::XsiNamespace.length));
-    text.append("\">\n");
-    if (!header.empty()) {
-        text.append("<soap:Header>\n");
-        text.append(header);
-        text.append("</soap:Header>\n");
-    }
-    text.append("<soap:Body>\n");
-    text.append(body);
+    bool const withHeader = !header.empty();
     // The document ends at the closing tag; callers paste it into their own output.
-    text.append("</soap:Body>\n</soap:Envelope>");
-    return mallocCopy(text);
+    return mallocJoin({"<soap:Envelope xmlns:soap=\"", soapURI, "\" xmlns:xsd=\"",
+                       viewOf(Internal::XsdNamespace), "\" xmlns:xsi=\"",
+                       viewOf(Internal::XsiNamespace), "\">\n", withHeader ? "<soap:Header>\n" : "",
+                       header, withHeader ? "</soap:Header>\n" : "", "<soap:Body>\n", body,
+                       "</soap:Body>\n</soap:Envelope>"});
 }
 
 // Plain text search on purpose: the envelope's content is passed through to the converter, never
-// parsed here. Each step is one linear search of the case-insensitive copy, and positions in the
-// copy are positions in `text`, so the pieces keep the case they have in the request.
+// parsed here. Each step is one linear search of a case-insensitive view of `text`, so positions in
+// the view are positions in `text`, and the pieces keep the case they have in the request.
 KVXSoapEnvelope *KVXSoapEnvelope::fromText(char const *text) {
     if (text == nullptr)
         return nullptr;
-    istring const doc(text);
+    istring_view const doc(text, std::strlen(text));
 
     // The name must be followed by exactly one blank: a tag without attributes is not an envelope
     // this reader can take the namespace from.
-    istring::size_type const name = doc.find(":envelope ");
-    if (name == istring::npos)
+    istring_view::size_type const name = doc.find(":envelope ");
+    if (name == istring_view::npos)
         return nullptr;
-    istring::size_type const open = doc.rfind('<', name);
-    if (open == istring::npos)
+    istring_view::size_type const open = doc.rfind('<', name);
+    if (open == istring_view::npos)
         return nullptr;
-    istring::size_type const prefixStart = open + 1;
-    istring const prefix = doc.substr(prefixStart, name - prefixStart);
+    istring_view::size_type const prefixStart = open + 1;
+    istring_view const prefix = doc.substr(prefixStart, name - prefixStart);
 
-    istring const declaration = istring("xmlns:") + prefix;
-    istring::size_type const declared = doc.find(declaration, prefixStart);
-    if (declared == istring::npos)
+    istring_view::size_type const declared = doc.find(tagOf("xmlns:", prefix, ""), prefixStart);
+    if (declared == istring_view::npos)
         return nullptr;
     // Only the first declaration of the prefix counts, and its value must be in double quotes.
-    istring::size_type const quote1 = doc.find('"', declared);
-    if (quote1 == istring::npos)
+    istring_view::size_type const quote1 = doc.find('"', declared);
+    if (quote1 == istring_view::npos)
         return nullptr;
-    istring::size_type const quote2 = doc.find('"', quote1 + 1);
-    if (quote2 == istring::npos)
+    istring_view::size_type const quote2 = doc.find('"', quote1 + 1);
+    if (quote2 == istring_view::npos)
         return nullptr;
 
     KVXSoapEnvelope *envelope =
@@ -103,31 +112,31 @@ KVXSoapEnvelope *KVXSoapEnvelope::fromText(char const *text) {
 
     // The header is optional. A header start without a closing tag (a self-closed header, say)
     // gives no header text, but the body search still starts from there.
-    istring::size_type pos = quote1 + 1;
-    istring::size_type const headerStart = doc.find(istring("<") + prefix + ":Header", pos);
-    if (headerStart != istring::npos) {
+    istring_view::size_type pos = quote1 + 1;
+    istring_view::size_type const headerStart = doc.find(tagOf("<", prefix, ":Header"), pos);
+    if (headerStart != istring_view::npos) {
         pos = headerStart;
-        istring const headerClose = istring("</") + prefix + ":Header>";
-        istring::size_type const headerEnd = doc.find(headerClose, pos);
-        if (headerEnd != istring::npos)
+        istring const headerClose = tagOf("</", prefix, ":Header>");
+        istring_view::size_type const headerEnd = doc.find(headerClose, pos);
+        if (headerEnd != istring_view::npos)
             envelope->header.assign(text + pos, headerEnd + headerClose.size() - pos);
     }
 
-    istring::size_type const bodyStart = doc.find(istring("<") + prefix + ":Body", pos);
-    if (bodyStart == istring::npos) {
+    istring_view::size_type const bodyStart = doc.find(tagOf("<", prefix, ":Body"), pos);
+    if (bodyStart == istring_view::npos) {
         delete envelope;
         return nullptr;
     }
-    istring const bodyClose = istring("</") + prefix + ":Body";
-    istring::size_type const bodyEnd = doc.find(bodyClose, bodyStart);
-    if (bodyEnd == istring::npos) {
+    istring const bodyClose = tagOf("</", prefix, ":Body");
+    istring_view::size_type const bodyEnd = doc.find(bodyClose, bodyStart);
+    if (bodyEnd == istring_view::npos) {
         delete envelope;
         return nullptr;
     }
     // One character behind the closing name, the '>' of a well-formed document. When the text
     // ends right behind the name there is no such character and the body ends with the name.
-    istring::size_type const bodyStop = bodyEnd + bodyClose.size() + 1;
-    istring::size_type const bodyLength =
+    istring_view::size_type const bodyStop = bodyEnd + bodyClose.size() + 1;
+    istring_view::size_type const bodyLength =
         (bodyStop <= doc.size() ? bodyStop : doc.size()) - bodyStart;
     envelope->body.assign(text + bodyStart, bodyLength);
     return envelope;

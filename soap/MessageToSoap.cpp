@@ -11,6 +11,8 @@
 #include <cstdio>
 #include <cstdlib>
 #include <string>
+#include <string_view>
+#include <utility>
 
 namespace KVX {
 
@@ -25,13 +27,23 @@ constexpr int TextVersion = 40500;
 char const UnsupportedVersion[] = "Unsupported soap version";
 
 // Replaces every occurrence of `from`, case-sensitively, going on behind each
-// replacement.
-void replaceAll(std::string &text, std::string const &from, std::string const &to) {
-    std::string::size_type position = 0;
-    while ((position = text.find(from, position)) != std::string::npos) {
-        text.replace(position, from.size(), to);
-        position += to.size();
+// replacement. Built in one pass: the text behind a replacement is the text
+// behind its match.
+void replaceAll(std::string &text, std::string_view from, std::string_view to) {
+    std::string::size_type position = text.find(from.data(), 0, from.size());
+    if (position == std::string::npos)
+        return;
+    std::string result;
+    result.reserve(text.size() + 64);
+    std::string::size_type read = 0;
+    while (position != std::string::npos) {
+        result.append(text, read, position - read);
+        result.append(to.data(), to.size());
+        read = position + from.size();
+        position = text.find(from.data(), read, from.size());
     }
+    result.append(text, read, std::string::npos);
+    text.swap(result);
 }
 
 // The namespace base: host, "/webservices/kvx/", the version segment and "/".
@@ -163,7 +175,8 @@ int KVXSoapConverter::kvxmsgToSoap(KVXMessage &message, SoapVersion version,
         return report("Cannot parse KVAgent message");
     std::string header = text;
     std::free(text);
-    replaceAll(header, "<packet", "<packet_header xmlns=\"" + base + "protocol\"");
+    std::string const packetHeader = "<packet_header xmlns=\"" + base + "protocol\"";
+    replaceAll(header, "<packet", packetHeader);
     replaceAll(header, "/packet>", "/packet_header>");
     delete cursor;
 
@@ -176,8 +189,8 @@ int KVXSoapConverter::kvxmsgToSoap(KVXMessage &message, SoapVersion version,
                                                          UnsupportedVersion);
             return -1;
         }
-        fault->header = header;
-        fault->detail = body;
+        fault->header = std::move(header);
+        fault->detail = std::move(body);
         envelope = fault;
         return 0;
     }
@@ -190,8 +203,8 @@ int KVXSoapConverter::kvxmsgToSoap(KVXMessage &message, SoapVersion version,
         return -1;
     }
     KVXSoapEnvelope *response = new KVXSoapEnvelope(uri);
-    response->header = header;
-    response->body = body;
+    response->header = std::move(header);
+    response->body = std::move(body);
     envelope = response;
     return 0;
 }

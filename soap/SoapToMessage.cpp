@@ -9,6 +9,8 @@
 #include "vocabulary/VocabularyConstants.h"
 
 #include <cctype>
+#include <cstdint>
+#include <cstring>
 #include <memory>
 #include <string>
 
@@ -32,7 +34,7 @@ char const WrongHeader[] = "Wrong packet header";
 char const HeaderRefused[] = "Soap header cannot be converted to KVAgent message";
 char const VersionMismatch[] = "Version mismatch";
 
-std::string plain(istring const &text) {
+std::string plain(istring_view text) {
     return std::string(text.data(), text.size());
 }
 
@@ -42,29 +44,40 @@ std::string lowerCase(std::string text) {
     return text;
 }
 
-// Replaces every occurrence of `from`, going on behind each replacement.
-void replaceAll(istring &text, istring const &from, istring const &to) {
-    istring::size_type position = 0;
-    while ((position = text.find(from, position)) != istring::npos) {
-        text.replace(position, from.size(), to);
-        position += to.size();
+// Replaces every occurrence of `from`, going on behind each replacement. Built
+// in one pass: the text behind a replacement is the text behind its match.
+void replaceAll(istring &text, istring_view from, istring_view to) {
+    istring_view::size_type position = istring_view(text).find(from);
+    if (position == istring_view::npos)
+        return;
+    istring result;
+    result.reserve(text.size());
+    istring_view::size_type read = 0;
+    while (position != istring_view::npos) {
+        result.append(text, read, position - read);
+        result.append(to.data(), to.size());
+        read = position + from.size();
+        position = istring_view(text).find(from, read);
     }
+    result.append(text, read, istring::npos);
+    text.swap(result);
 }
 
 // "4.5.0" gives 40500: digits build a number, any other character shifts the
-// sum by two decimal places and adds the number.
+// sum by two decimal places and adds the number. A segment too long for an int
+// (it comes from the request) wraps modulo 2^32 instead of overflowing.
 int versionNumber(std::string const &text) {
-    int number = 0;
-    int sum = 0;
+    std::uint32_t number = 0;
+    std::uint32_t sum = 0;
     for (char c : text) {
         if (c >= '0' && c <= '9') {
-            number = number * 10 + (c - '0');
+            number = number * 10u + static_cast<std::uint32_t>(c - '0');
         } else {
-            sum = sum * 100 + number;
+            sum = sum * 100u + number;
             number = 0;
         }
     }
-    return sum * 100 + number;
+    return static_cast<int>(sum * 100u + number);
 }
 
 // Deletes a cursor on every way out.
@@ -106,24 +119,25 @@ int KVXSoapConverter::convertHeader(char const *header, KVXMessage &message) {
         message.create("packet");
         return 0;
     }
-    istring text(header);
-    istring::size_type start = text.find("<packet_header");
-    if (start == istring::npos) {
+    istring_view const text(header, std::strlen(header));
+    istring_view::size_type start = text.find("<packet_header");
+    if (start == istring_view::npos) {
         message.create("packet");
         return 0;
     }
-    istring::size_type end = text.find("/packet_header>", start);
-    if (end != istring::npos) {
+    istring_view::size_type end = text.find("/packet_header>", start);
+    if (end != istring_view::npos) {
         end += sizeof("/packet_header>") - 1;
     } else {
         end = text.find("/>", start);
-        if (end == istring::npos) {
+        if (end == istring_view::npos) {
             setFault(KVXSoapFault::CodeClient, WrongHeader);
             return -1;
         }
         end += 2;
     }
-    istring work = text.substr(start, end - start);
+    // Only the element is copied, as the text that is rewritten.
+    istring work(header + start, end - start);
     replaceAll(work, "packet_header", "packet");
     removeNamespaces(work);
     KVX_ASSERT(!work.empty()); // the element holds at least "<packet"
@@ -144,22 +158,26 @@ int KVXSoapConverter::convertHeader(char const *header, KVXMessage &message) {
 }
 
 int KVXSoapConverter::convertBody(char const *body, KVXMessage &message) {
-    istring text(body != nullptr ? body : "");
+    // Searched in place: only the operation element is copied, once, for the
+    // parser.
+    istring_view const text =
+        body != nullptr ? istring_view(body, std::strlen(body)) : istring_view();
 
     // The operation element: the first "<" behind the body's own tag. A comment
     // or declaration there is passed over (behind its end) and the search goes on.
-    istring::size_type open = text.find('<', 1);
+    istring_view::size_type open = text.find('<', 1);
     for (;;) {
-        if (open == istring::npos) {
+        if (open == istring_view::npos) {
             setFault(KVXSoapFault::CodeClient, NoOperation);
             return -1;
         }
         if (open + 1 >= text.size() || text[open + 1] != '!')
             break;
-        istring::size_type skipEnd = text.compare(open, 4, "<!--") == 0 ? text.find("-->", open + 4)
-                                                                        : text.find('>', open + 2);
-        if (skipEnd == istring::npos) {
-            open = istring::npos;
+        istring_view::size_type skipEnd = text.compare(open, 4, "<!--") == 0
+                                              ? text.find("-->", open + 4)
+                                              : text.find('>', open + 2);
+        if (skipEnd == istring_view::npos) {
+            open = istring_view::npos;
             continue;
         }
         open = text.find('<', skipEnd + 1);
@@ -168,21 +186,22 @@ int KVXSoapConverter::convertBody(char const *body, KVXMessage &message) {
         setFault(KVXSoapFault::CodeClient, NoOperation);
         return -1;
     }
-    istring::size_type bodyClose = text.rfind("</");
-    if (bodyClose == istring::npos) {
+    istring_view::size_type bodyClose = text.rfind("</");
+    if (bodyClose == istring_view::npos) {
         setFault(KVXSoapFault::CodeClient, BadBody);
         return -1;
     }
-    istring content = bodyClose > open ? text.substr(open, bodyClose - open) : istring();
+    istring_view const content =
+        bodyClose > open ? text.substr(open, bodyClose - open) : istring_view();
 
-    istring::size_type tagEnd = content.find('>');
-    if (tagEnd == istring::npos) {
+    istring_view::size_type tagEnd = content.find('>');
+    if (tagEnd == istring_view::npos) {
         setFault(KVXSoapFault::CodeClient, NoOperation);
         return -1;
     }
-    istring::size_type attributes = content.find(' ');
-    istring::size_type nameEnd =
-        (attributes != istring::npos && attributes < tagEnd) ? attributes : tagEnd;
+    istring_view::size_type attributes = content.find(' ');
+    istring_view::size_type nameEnd =
+        (attributes != istring_view::npos && attributes < tagEnd) ? attributes : tagEnd;
     std::string tag = nameEnd > 1 ? plain(content.substr(1, nameEnd - 1)) : std::string();
     if (tag.empty()) {
         setFault(KVXSoapFault::CodeClient, NoOperation);
@@ -198,26 +217,26 @@ int KVXSoapConverter::convertBody(char const *body, KVXMessage &message) {
 
     // The operation's namespace declaration: in the element itself for a
     // default namespace, anywhere in the document for a prefix.
-    istring declaration;
+    istring_view declaration;
     if (prefix.empty()) {
-        istring::size_type declarationEnd =
-            attributes != istring::npos ? content.find('>', attributes) : istring::npos;
-        if (declarationEnd == istring::npos) {
+        istring_view::size_type declarationEnd =
+            attributes != istring_view::npos ? content.find('>', attributes) : istring_view::npos;
+        if (declarationEnd == istring_view::npos) {
             setFault(KVXSoapFault::CodeClient, NoOperation);
             return -1;
         }
-        istring::size_type behind = istring::npos;
-        istring::size_type xmlns = content.find("xmlns", attributes);
-        while (xmlns != istring::npos) {
+        istring_view::size_type behind = istring_view::npos;
+        istring_view::size_type xmlns = content.find("xmlns", attributes);
+        while (xmlns != istring_view::npos) {
             behind = xmlns + 5;
             if (behind < content.size() && content[behind] == ':') {
                 xmlns = content.find("xmlns", behind);
-                behind = istring::npos;
+                behind = istring_view::npos;
                 continue;
             }
             break;
         }
-        if (xmlns == istring::npos || behind >= declarationEnd || behind >= content.size()) {
+        if (xmlns == istring_view::npos || behind >= declarationEnd || behind >= content.size()) {
             setFault(KVXSoapFault::CodeClient, NoOperator);
             return -1;
         }
@@ -225,24 +244,27 @@ int KVXSoapConverter::convertBody(char const *body, KVXMessage &message) {
     } else {
         istring needle = "xmlns:";
         needle.append(prefix.data(), prefix.size());
-        istring::size_type match = state->documentText.find(needle);
-        if (match == istring::npos) {
+        istring_view const document(state->documentText);
+        istring_view::size_type match = document.find(needle);
+        if (match == istring_view::npos) {
             setFault(KVXSoapFault::CodeClient, NoOperator);
             return -1;
         }
-        istring::size_type first = state->documentText.find('"', match);
-        istring::size_type second =
-            first != istring::npos ? state->documentText.find('"', first + 1) : istring::npos;
-        if (second == istring::npos) {
+        istring_view::size_type first = document.find('"', match);
+        istring_view::size_type second =
+            first != istring_view::npos ? document.find('"', first + 1) : istring_view::npos;
+        if (second == istring_view::npos) {
             setFault(KVXSoapFault::CodeClient, NoOperator);
             return -1;
         }
-        declaration = state->documentText.substr(match, second - match + 1);
+        declaration = document.substr(match, second - match + 1);
     }
-    istring::size_type equals = declaration.find('=');
-    istring::size_type first = equals != istring::npos ? declaration.find('"', equals) : equals;
-    istring::size_type second = first != istring::npos ? declaration.find('"', first + 1) : first;
-    if (second == istring::npos) {
+    istring_view::size_type equals = declaration.find('=');
+    istring_view::size_type first =
+        equals != istring_view::npos ? declaration.find('"', equals) : equals;
+    istring_view::size_type second =
+        first != istring_view::npos ? declaration.find('"', first + 1) : first;
+    if (second == istring_view::npos) {
         setFault(KVXSoapFault::CodeClient, NoOperator);
         return -1;
     }
@@ -269,13 +291,19 @@ int KVXSoapConverter::convertBody(char const *body, KVXMessage &message) {
             versionText = uri.substr(before + 1, lastSlash - before - 1);
     }
 
-    // The operation element declares xsi for the text parser.
-    static istring const xsiDeclaration =
-        istring(" xmlns:xsi=\"") +
-        istring(Internal::XsiNamespace.data, Internal::XsiNamespace.length) + istring("\"");
-    istring::size_type contentTagEnd = content.find('>');
-    if (contentTagEnd != istring::npos)
-        content.insert(contentTagEnd, xsiDeclaration);
+    // The operation element declares xsi for the text parser: the declaration
+    // goes in front of the first '>', as the element is copied.
+    static std::string const xsiDeclaration = " xmlns:xsi=\"" + Internal::XsiNamespace.str() + "\"";
+    std::string operation;
+    istring_view::size_type const contentTagEnd = content.find('>');
+    if (contentTagEnd != istring_view::npos) {
+        operation.reserve(content.size() + xsiDeclaration.size());
+        operation.append(content.data(), contentTagEnd);
+        operation += xsiDeclaration;
+        operation.append(content.data() + contentTagEnd, content.size() - contentTagEnd);
+    } else {
+        operation.assign(content.data(), content.size());
+    }
 
     CursorHolder writer(message.newIterator());
     if (writer.cursor == nullptr) {
@@ -296,7 +324,6 @@ int KVXSoapConverter::convertBody(char const *body, KVXMessage &message) {
     writer->seekUp();
     writer->newChild("data");
     writer->newChild(op);
-    std::string operation = plain(content);
     if (writer->fromTextToChild(operation.c_str()) < 0) {
         setFault(KVXSoapFault::CodeClient, BodyRefused);
         return -1;

@@ -3,6 +3,7 @@
 // public reader level, which runs TextParser into a fresh frame and replaces or
 // grafts). Text handed out is a malloc block owned by the caller. One thread at
 // a time per message.
+#include "binary/Grafting.h"
 #include "binary/KVXBinaryInternals.h"
 #include "text/TextLimits.h"
 #include "text/TextParser.h"
@@ -17,11 +18,23 @@
 #include <atomic>
 #include <cstdlib>
 #include <cstring>
+#include <memory>
 #include <new>
+#include <string_view>
 
 namespace KVX {
 
 using namespace Internal;
+
+namespace {
+
+// Room beyond the estimate of the text for the XML declaration and the namespace
+// declarations, which a text of a few nodes would otherwise grow for.
+constexpr std::size_t DeclarationRoom = 256;
+
+constexpr std::string_view XsiDeclaration = " xmlns:xsi=\"";
+
+} // namespace
 
 char *KVXBinary::toText(KVXMessageIterator const *from, std::string const &namespaceBase,
                         int version) const {
@@ -50,15 +63,24 @@ char *KVXBinary::toText(KVXMessageIterator const *from, std::string const &names
         if (!top.fits())
             return nullptr;
 
-        // Twice the node size is normally enough for the whole text.
-        std::string out;
+        // The text of a packet is about as long as its frame: the block starts
+        // a quarter larger, plus room for the XML and namespace declarations,
+        // and doubles in the rare case that this is not enough. It is handed
+        // out as it stands, so the text is never copied, and it is not cut to
+        // size either: a large block that shrank would make the allocator give
+        // the next text of that size fresh pages instead of the same ones.
+        TextBuffer out;
+        std::uint64_t const nodeSize = top.nodeSize();
         out.reserve(static_cast<std::size_t>(std::min<std::uint64_t>(
-            2 * top.nodeSize(),
-            std::min<std::uint64_t>(2 * static_cast<std::uint64_t>(doc->used), MaxTextLength))));
+                        nodeSize + nodeSize / 4,
+                        std::min<std::uint64_t>(2 * static_cast<std::uint64_t>(doc->used),
+                                                MaxTextLength))) +
+                    DeclarationRoom);
         if (namespaceBase.empty()) {
             // Text is copied byte for byte and never transcoded, so the
             // declaration always names UTF-8.
-            out += "<?xml version=\"1.0\" encoding=\"UTF-8\"?>";
+            static char const declaration[] = "<?xml version=\"1.0\" encoding=\"UTF-8\"?>";
+            out.append(declaration, sizeof declaration - 1);
         }
         doc->ids.load();
 
@@ -82,36 +104,38 @@ char *KVXBinary::toText(KVXMessageIterator const *from, std::string const &names
                 name = doc->ids.lookupName(startId);
             if (name.empty())
                 return nullptr;
-            std::size_t at = out.find(name.data, 0, static_cast<std::size_t>(name.length));
-            if (at == std::string::npos)
+            std::size_t at =
+                std::string_view(out.data(), out.size())
+                    .find(std::string_view(name.data, static_cast<std::size_t>(name.length)));
+            if (at == std::string_view::npos)
                 return nullptr;
             at += static_cast<std::size_t>(name.length);
             // Each declaration goes in front of those already inserted at that
             // point: the last key of the map stands first, the xsi declaration
-            // last. Built first and inserted once, so the text moves one time.
-            std::string declarations;
+            // last. Measured first and written into one gap, so the text moves
+            // one time.
+            bool const xsi = from == nullptr || namespaceBase.empty();
+            std::size_t length = xsi ? XsiDeclaration.size() + XsiNamespace.length + 1 : 0;
+            for (TextWriter::Prefixes::value_type const &entry : prefixes)
+                length += static_cast<std::size_t>(10 + entry.second.size() + entry.first.length);
+            char *to = out.openGap(at, length);
             for (TextWriter::Prefixes::reverse_iterator it = prefixes.rbegin();
                  it != prefixes.rend(); ++it) {
-                declarations += " xmlns:";
-                declarations += it->second;
-                declarations += "=\"";
-                declarations += it->first.str();
-                declarations += '"';
+                to = copyText(to, " xmlns:", 7);
+                to = copyText(to, it->second.data(), it->second.size());
+                to = copyText(to, "=\"", 2);
+                to = copyText(to, it->first);
+                *to++ = '"';
             }
-            if (from == nullptr || namespaceBase.empty()) {
-                declarations += " xmlns:xsi=\"";
-                declarations += XsiNamespace.str();
-                declarations += '"';
+            if (xsi) {
+                to = copyText(to, XsiDeclaration.data(), XsiDeclaration.size());
+                to = copyText(to, XsiNamespace);
+                *to = '"';
             }
-            out.insert(at, declarations);
         }
         if (out.size() > MaxTextLength)
             return nullptr;
-        char *result = static_cast<char *>(std::malloc(out.size() + 1));
-        if (result == nullptr)
-            return nullptr;
-        std::memcpy(result, out.c_str(), out.size() + 1);
-        return result;
+        return out.release();
     } catch (std::bad_alloc const &) {
         return nullptr;
     }
@@ -174,11 +198,23 @@ int KVXBinary::fromText(char const *text, KVXMessageIterator *to) {
     if (result >= 0) {
         if (to == nullptr)
             return 0;
-        KVXBinaryInternals *parsed = internals;
+        std::unique_ptr<KVXBinaryInternals> const parsed(internals);
         internals = aside;
-        result = deserialize(parsed->buffer, parsed->used, to);
-        delete parsed;
-        return result;
+        std::uint32_t const length = static_cast<std::uint32_t>(parsed->used);
+        if (measureFrame(parsed->buffer, length) != static_cast<std::int64_t>(length))
+            return deserialize(parsed->buffer, parsed->used, to);
+        // What deserialize does with a frame and a cursor, except that the ids
+        // are named through the parser's own map instead of a map read back
+        // from the frame's name table: every entry of that table was written
+        // through this map, so both name every id alike.
+        KVXBinaryIterator &cursor = dynamic_cast<KVXBinaryIterator &>(*to);
+        if (cursor.validateInternals() != 0)
+            return -1;
+        KVXBinary *owner = cursor.getBinaryMessage();
+        if (owner == nullptr || owner->internals == nullptr)
+            return -1;
+        return graftSubtree(frameSource(parsed->buffer, length), BinaryPath(), parsed->ids,
+                            *owner->internals, cursor.binaryPath());
     }
 
     // The message keeps the partly built document and the one set aside is not

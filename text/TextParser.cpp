@@ -5,15 +5,16 @@
 #include "text/TextParser.h"
 
 #include "binary/KVXBinaryInternals.h"
+#include "binary/NameTable.h"
 #include "text/Entities.h"
 #include "text/TextLimits.h"
 #include "text/TextWriter.h"
 #include "vocabulary/VocabularyConstants.h"
-#include "vocabulary/VocabularyTrie.h"
 
 #include <kvx/KVXBinary.h>
 
 #include <climits>
+#include <cstdint>
 #include <cstring>
 
 namespace KVX {
@@ -28,22 +29,91 @@ std::map<CharArray, int> makeAttributeIds() {
     return ids;
 }
 
-// Blank, tab, line feed and carriage return; nothing else counts.
+// Character classes of the scanner: one table load per character instead of a
+// chain of comparisons.
+enum : unsigned char {
+    Space = 1,    // blank, tab, line feed and carriage return; nothing else counts
+    NameEnd = 2,  // ends an element name: whitespace, '>', '/' and NUL
+    TextStop = 4, // stops the scan of text content: '<', '&' and NUL
+};
+
+struct CharClassTable {
+    unsigned char bits[256];
+    constexpr CharClassTable() : bits() {
+        for (unsigned char c : {' ', '\t', '\n', '\r'})
+            bits[c] = Space | NameEnd;
+        bits[static_cast<unsigned char>('>')] = NameEnd;
+        bits[static_cast<unsigned char>('/')] = NameEnd;
+        bits[static_cast<unsigned char>('<')] = TextStop;
+        bits[static_cast<unsigned char>('&')] = TextStop;
+        bits[0] = NameEnd | TextStop;
+    }
+};
+constexpr CharClassTable Classes;
+
+bool inClass(char c, unsigned char classes) {
+    return (Classes.bits[static_cast<unsigned char>(c)] & classes) != 0;
+}
+
 bool isSpace(char c) {
-    return c == ' ' || c == '\t' || c == '\n' || c == '\r';
+    return inClass(c, Space);
+}
+
+// Scans run on a local pointer, never on one held by reference: every load of
+// a character may alias the memory of such a pointer, and the compiler would
+// store it back at each step of the loop.
+char const *afterSpace(char const *text) {
+    while (isSpace(*text))
+        ++text;
+    return text;
 }
 
 void skipSpace(char const *&text) {
-    while (isSpace(*text))
-        ++text;
+    text = afterSpace(text);
 }
 
-// True when `text` starts with "</name>". strncmp stops at the text's NUL, so
-// nothing behind the end of the input is read.
+// True when `text` starts with "</name>". The name holds no NUL, so the
+// comparison stops at the text's NUL at the latest and never reads behind the
+// end of the input.
 bool atEndTag(char const *text, CharArray const &name) {
-    std::size_t length = static_cast<std::size_t>(name.length);
-    return text[0] == '<' && text[1] == '/' && std::strncmp(text + 2, name.data, length) == 0 &&
-           text[2 + length] == '>';
+    if (text[0] != '<' || text[1] != '/')
+        return false;
+    std::size_t const length = static_cast<std::size_t>(name.length);
+    char const *const tag = text + 2;
+    for (std::size_t i = 0; i < length; ++i) {
+        if (tag[i] != name.data[i])
+            return false;
+    }
+    return tag[length] == '>';
+}
+
+// Equality of two texts of `length` bytes, both readable in full, by words
+// that overlap at the end instead of byte by byte: the loop's exit, which
+// depends on the length, would be mispredicted on nearly every name.
+template <typename Word> Word wordAt(char const *text) {
+    Word word;
+    std::memcpy(&word, text, sizeof word);
+    return word;
+}
+
+template <typename Word> bool sameEnds(char const *a, char const *b, std::size_t length) {
+    return wordAt<Word>(a) == wordAt<Word>(b) &&
+           wordAt<Word>(a + length - sizeof(Word)) == wordAt<Word>(b + length - sizeof(Word));
+}
+
+bool sameText(char const *a, char const *b, std::size_t length) {
+    if (length >= 8) {
+        for (std::size_t i = 0; i + 8 < length; i += 8) {
+            if (wordAt<std::uint64_t>(a + i) != wordAt<std::uint64_t>(b + i))
+                return false;
+        }
+        return wordAt<std::uint64_t>(a + length - 8) == wordAt<std::uint64_t>(b + length - 8);
+    }
+    if (length >= 4)
+        return sameEnds<std::uint32_t>(a, b, length);
+    if (length >= 2)
+        return sameEnds<std::uint16_t>(a, b, length);
+    return length == 0 || a[0] == b[0];
 }
 
 char const *findChar(CharArray const &view, char c) {
@@ -58,16 +128,38 @@ std::map<CharArray, int> const TextParser::AttributeIds = makeAttributeIds();
 TextParser::TextParser(KVXBinary &message) : doc(*message.internals), policy(message.policy) {}
 
 int TextParser::parse(char const *&text, BinaryPath &path) {
+    // However the parse ends (an exception of a full memory included), the
+    // frame is handed on whole: a failed parse leaves its nodes in the
+    // document with the sizes that the node operations would have given the
+    // elements still open, and the room behind the root section is closed.
+    struct Finish {
+        TextParser &parser;
+        BinaryPath &path;
+        bool done;
+        ~Finish() {
+            if (!done)
+                parser.settlePath(path);
+            parser.doc.closeRoom();
+        }
+    } finish{*this, path, false};
+    int const result = parseElements(text, path);
+    finish.done = result == 0;
+    return result;
+}
+
+int TextParser::parseElements(char const *&text, BinaryPath &path) {
     std::vector<Open> open;
     for (;;) {
-        Open element{};
-        Outcome outcome =
-            enter(text, path, !open.empty() && open.back().skipping, open.size() + 1, element);
+        bool const skipping = !open.empty() && open.back().skipping;
+        std::size_t const depth = open.size() + 1;
+        // enter fills its slot in place: an Open built aside and copied in is
+        // stored field by field and read back in wider moves, which stalls.
+        open.emplace_back();
+        Outcome outcome = enter(text, path, skipping, depth, open.back());
         if (outcome == Failed)
             return -1;
-        if (outcome == Opened) {
-            open.push_back(element);
-        } else {
+        if (outcome != Opened) {
+            open.pop_back();
             if (open.empty())
                 return 0;
             skipSpace(text);
@@ -129,8 +221,10 @@ TextParser::Outcome TextParser::enter(char const *&text, BinaryPath &path, bool 
     }
 
     char const *nameStart = text;
-    while (*text != '\0' && *text != '>' && *text != '/' && !isSpace(*text))
-        ++text;
+    char const *nameEnd = text;
+    while (!inClass(*nameEnd, NameEnd))
+        ++nameEnd;
+    text = nameEnd;
     CharArray name(nameStart, static_cast<unsigned long long>(text - nameStart));
     if (*text == '\0' || name.empty() || name.length > MaxNameLength)
         return Failed;
@@ -142,7 +236,7 @@ TextParser::Outcome TextParser::enter(char const *&text, BinaryPath &path, bool 
     CharArray prefix;
     bool unknownTop = false;
     if (!skipping) {
-        int id = ids.lookupId(name);
+        int id = lookupElement(name);
         if (id == 0) {
             char const *colon = findChar(name, ':');
             if (colon == nullptr) {
@@ -159,8 +253,13 @@ TextParser::Outcome TextParser::enter(char const *&text, BinaryPath &path, bool 
                 return Failed;
             skipping = true;
             unknownTop = true;
-        } else if (appendNode(path, id, KindUntyped, nullptr, 0, false) != 0) {
-            return Failed;
+        } else {
+            Leaf const leaf =
+                *text == '>' ? appendLeaf(text, path, id, name, hasPrefix, prefix) : NotLeaf;
+            if (leaf != NotLeaf)
+                return leaf == LeafDone ? Finished : Failed;
+            if (appendNode(path, id, KindUntyped, nullptr, 0, false) != 0)
+                return Failed;
         }
     }
 
@@ -301,7 +400,7 @@ TextParser::Outcome TextParser::enter(char const *&text, BinaryPath &path, bool 
             if (pushed && !path.namespaces.empty())
                 path.namespaces.pop_back();
             if (!skipping && !path.entries.empty())
-                path.entries.pop_back();
+                leave(path);
             undoTo(mark);
             return Finished;
         }
@@ -340,7 +439,7 @@ TextParser::Outcome TextParser::enter(char const *&text, BinaryPath &path, bool 
         if (!skipping) {
             result = setValue(path, value);
             if (!path.entries.empty())
-                path.entries.pop_back();
+                leave(path);
         }
         if (pushed && !path.namespaces.empty())
             path.namespaces.pop_back();
@@ -358,7 +457,7 @@ TextParser::Outcome TextParser::enter(char const *&text, BinaryPath &path, bool 
     if (setElementNamespace(path, hasPrefix, prefix) != 0)
         return Failed;
     if (!skipping && !path.entries.empty())
-        path.entries.pop_back();
+        leave(path);
     undoTo(mark);
     if (!unknownTop)
         return Finished;
@@ -366,11 +465,114 @@ TextParser::Outcome TextParser::enter(char const *&text, BinaryPath &path, bool 
     return addFragment(path, start, std::strlen(start)) == 0 ? Finished : Failed;
 }
 
+TextParser::Leaf TextParser::appendLeaf(char const *&text, BinaryPath &path, int id,
+                                        CharArray const &name, bool hasPrefix,
+                                        CharArray const &prefix) {
+    // "<name>text</name>" is the element of most packets. Made as the format
+    // describes it, it is appended empty and then given its value, which moves
+    // the frame's tail twice; here it is appended once, with the value. This
+    // runs only where the result is the same to the byte: a plain start tag,
+    // text content, a named id, and room to spare in the buffer, so that the
+    // growth rule reallocates exactly as the two steps would. Anything else
+    // (children, a failure on the way) is left to the general path, and
+    // nothing has been changed when NotLeaf is returned.
+    char const *valueStart = text + 1;
+    char const *end = valueStart;
+    skipSpace(end);
+    if (*end == '<' && !atEndTag(end, name))
+        return NotLeaf; // child elements, or a stray end tag
+    bool entity = false;
+    for (;;) {
+        while (!inClass(*end, TextStop))
+            ++end;
+        if (*end == '\0')
+            return NotLeaf;
+        if (*end == '&')
+            entity = true;
+        else if (atEndTag(end, name))
+            break;
+        ++end; // markup inside text is text
+    }
+    std::size_t const length = static_cast<std::size_t>(end - valueStart);
+    if (static_cast<unsigned>(id) <= static_cast<unsigned>(LastAttributeId) ||
+        (hasPrefix && scope.find(prefix) == scope.end()))
+        return NotLeaf;
+    // The slack covers the empty element and the name table entry of a name
+    // of up to MaxNameLength characters (16 + 264 bytes). The two steps check
+    // the value's limit after adding those; and where the node and the entry
+    // together stay below the capacity, one append grows the buffer exactly
+    // when, and as much as, the three growths of the two steps would.
+    constexpr std::size_t Slack = 1024;
+    std::uint64_t const used = static_cast<std::uint64_t>(doc.frameLength());
+    if (!fitsTextLimit(used, length + MaxNameLength + 64 + Slack) ||
+        static_cast<std::uint64_t>(length) + Slack >= static_cast<std::uint64_t>(doc.capacity))
+        return NotLeaf;
+    CharArray value(valueStart, static_cast<unsigned long long>(length));
+    std::string unescaped;
+    if (entity) {
+        unescaped = value.str();
+        if (unescape(unescaped) != 0)
+            return NotLeaf;
+        value = CharArray(unescaped.data(), unescaped.size());
+    }
+    // The name entry first: where the name cannot be recorded the general path
+    // fails in the same way. Entry and node lie apart in the frame, so the
+    // order of the two leaves the same bytes.
+    if (!doc.ids.recordsName(id))
+        return NotLeaf;
+    // With the name recorded, only a lack of memory makes the append fail.
+    if (!hasPrefix) {
+        // Without a prefix the element takes the namespace in force, which
+        // the append gives it already: setting it again changes nothing.
+        if (doc.appendTextAtEnd(path, id, value.data, static_cast<std::uint32_t>(value.length)) !=
+            0)
+            return LeafFailed;
+    } else {
+        if (doc.appendAtEnd(path, id, KindUntyped, value.data,
+                            static_cast<std::uint32_t>(value.length), true) != 0)
+            return LeafFailed;
+        setElementNamespace(path, hasPrefix, prefix);
+        path.entries.pop_back();
+    }
+    text = end + name.length + 3;
+    return LeafDone;
+}
+
+int TextParser::lookupElement(CharArray const &name) {
+    // Most names of a packet come again and again. A name whose id the id map
+    // gave from the vocabulary, and which the document has recorded, keeps that
+    // id for the rest of the parse: the map finds a recorded vocabulary id
+    // before anything else, and nothing here takes a recorded name away. The
+    // cache is open addressing over a few slots, filled up to three quarters.
+    std::size_t const length = static_cast<std::size_t>(name.length);
+    std::size_t slot =
+        (static_cast<unsigned char>(name.data[0]) * 0x9E37u +
+         static_cast<unsigned char>(name.data[length / 2]) * 0x85EBu +
+         static_cast<unsigned char>(name.data[length - 1]) * 0xC2B2u + length * 0x27D4u) >>
+        5;
+    for (;; ++slot) {
+        CachedName const &cached = nameCache[slot % NameCacheSize];
+        if (cached.length == 0)
+            break;
+        if (cached.length == length && sameText(cached.data, name.data, length))
+            return cached.id;
+    }
+    KVXProtocolIDMap &ids = doc.ids;
+    // The document was reset for this parse and only this parse writes to it.
+    int const id = ids.lookupOwnId(name);
+    if (id != 0 && cachedNames < NameCacheSize * 3 / 4 && ids.isRecorded(id) &&
+        vocabularyId(name, TableElement) == id) {
+        nameCache[slot % NameCacheSize] = CachedName{name.data, length, id};
+        ++cachedNames;
+    }
+    return id;
+}
+
 int TextParser::close(char const *&text, BinaryPath &path, Open const &open) {
     if (open.pushed && !path.namespaces.empty())
         path.namespaces.pop_back();
     if (!open.skipping && !path.entries.empty())
-        path.entries.pop_back();
+        leave(path);
     text += open.name.length + 3;
     undoTo(open.mark);
     if (!open.unknownTop || (policy & 1) != 0)
@@ -395,8 +597,10 @@ int TextParser::setElementNamespace(BinaryPath &path, bool hasPrefix, CharArray 
 }
 
 int TextParser::setValue(BinaryPath &path, CharArray const &value) {
+    // replaceValue checks and patches the sizes of every entry of the path.
+    settlePath(path);
     std::size_t length = static_cast<std::size_t>(value.length);
-    if (!fitsTextLimit(static_cast<std::uint64_t>(doc.used), length + 64))
+    if (!fitsTextLimit(static_cast<std::uint64_t>(doc.frameLength()), length + 64))
         return -1;
     if (findChar(value, '&') == nullptr)
         return doc.replaceValue(path, KindUntyped, value.data, static_cast<std::uint32_t>(length),
@@ -419,23 +623,26 @@ int TextParser::allotElementId(CharArray const &name) {
     // A name without a prefix always gets an id of its own: the allotment needs
     // no name table lookup, so even a document whose table does not read gives
     // one. The alias lets the next element of that name find it.
-    KVXProtocolIDMap &ids = doc.ids;
-    int allotted = ids.nextId;
-    if (ids.nextId > INT_MIN)
-        --ids.nextId;
-    int id = ids.addEntry(NameRef(name.data, name.length), allotted, TableElement);
-    if (id != 0)
-        trieInsert(&ids.aliases, name.data, name.length, id);
-    return id;
+    return doc.ids.allotElement(name);
 }
 
 int TextParser::appendNode(BinaryPath &path, int id, unsigned short kind, char const *value,
                            std::size_t length, bool terminate) {
     // Room for the value, its NUL, a long header, padding and a name table
     // entry of a name up to MaxNameLength: a frame never passes MaxTextLength.
-    if (!fitsTextLimit(static_cast<std::uint64_t>(doc.used), length + MaxNameLength + 64))
+    if (!fitsTextLimit(static_cast<std::uint64_t>(doc.frameLength()), length + MaxNameLength + 64))
         return -1;
-    return doc.append(path, id, kind, value, static_cast<std::uint32_t>(length), terminate);
+    return doc.appendAtEnd(path, id, kind, value, static_cast<std::uint32_t>(length), terminate);
+}
+
+void TextParser::leave(BinaryPath &path) {
+    doc.settleAtEnd(path.entries.back().offset);
+    path.entries.pop_back();
+}
+
+void TextParser::settlePath(BinaryPath const &path) {
+    for (PathEntry const &entry : path.entries)
+        doc.settleAtEnd(entry.offset);
 }
 
 int TextParser::attrFromText(BinaryPath &path, CharArray const &value) {

@@ -74,11 +74,19 @@ private:
         int previous;
     };
 
+    // parse() before the sizes of open elements are settled on a failure.
+    int parseElements(char const *&text, BinaryPath &path);
     // Reads the next element up to its content. Finished: the element (or the
     // parent's end) is done. Opened: `open` describes an element whose
     // children are to be read.
     Outcome enter(char const *&text, BinaryPath &path, bool skipping, std::size_t depth,
                   Open &open);
+    enum Leaf { NotLeaf, LeafDone, LeafFailed };
+    // "<name>text</name>" appended in one step with its value, `text` being at
+    // the '>' of the start tag and moved behind the end tag. NotLeaf, with
+    // nothing changed, where the general path must run.
+    Leaf appendLeaf(char const *&text, BinaryPath &path, int id, CharArray const &name,
+                    bool hasPrefix, CharArray const &prefix);
     // The end of an element that had child elements; `text` is at its end tag.
     int close(char const *&text, BinaryPath &path, Open const &open);
     // Sets the element's namespace from its prefix or the default in force.
@@ -87,17 +95,35 @@ private:
     int setValue(BinaryPath &path, CharArray const &value);
     // A KindXML node of id 0 with the raw text of a skipped part.
     int addFragment(BinaryPath &path, char const *start, std::size_t length);
+    // lookupId of the id map, answered from a small cache for the names that
+    // keep their id (see the definition).
+    int lookupElement(CharArray const &name);
     // A new dynamic element id for `name`, with its name table entry; 0 when
     // the entry cannot be added.
     int allotElementId(CharArray const &name);
-    // append(), refused when the frame would pass MaxTextLength.
+    // Nodes are added by appendAtEnd, which leaves the sizes of open elements
+    // to be settled: leave() settles the last entry and takes it off `path`,
+    // settlePath() settles every entry (before replaceValue, or on failure).
+    void leave(BinaryPath &path);
+    void settlePath(BinaryPath const &path);
+    // appendAtEnd(), refused when the frame would pass MaxTextLength.
     int appendNode(BinaryPath &path, int id, unsigned short kind, char const *value,
                    std::size_t length, bool terminate);
     void declare(CharArray const &prefix, int id);
     void undoTo(std::size_t mark);
 
+    // A name of the input text and its id.
+    struct CachedName {
+        char const *data;
+        std::size_t length; // 0 for an empty slot
+        int id;
+    };
+    static constexpr std::size_t NameCacheSize = 64;
+
     KVXBinaryInternals &doc;
     int policy;
+    CachedName nameCache[NameCacheSize] = {};
+    std::size_t cachedNames = 0;
     Scope scope;
     std::vector<Undo> undo;
 };

@@ -1,13 +1,16 @@
 // Lookups of the fixed vocabulary: by id through the constant tables, by name
-// through three ternary search trees built from them once, while the library
-// loads. After that the trees are only read, so lookups take no lock.
+// through a hash table over each of them, with a ternary search tree for the
+// keys that end early (empty, null or holding a NUL). All are built once, while
+// the library loads, and only read afterwards, so lookups take no lock.
 #include <kvx/KVXDefaultMap.h>
 
 #include "vocabulary/VocabularyTables.h"
 #include "vocabulary/VocabularyTrie.h"
 
 #include <cstdint>
+#include <cstring>
 #include <limits>
+#include <vector>
 
 namespace KVX {
 
@@ -21,10 +24,103 @@ constexpr CharArray ElementNotFound("", 0);
 constexpr CharArray NamespaceNotFound("", 0);
 constexpr CharArray TypeNotFound("", 0);
 
-struct Trees {
-    Internal::VocabularyTrie element;
-    Internal::VocabularyTrie ns;
-    Internal::VocabularyTrie type;
+// A name's hash, eight characters at a time. Only this process reads it, so the
+// host's byte order does not matter.
+std::uint64_t hashName(char const *data, std::size_t length) {
+    std::uint64_t hash = static_cast<std::uint64_t>(length) * 0x9E3779B97F4A7C15u;
+    while (length >= 8) {
+        std::uint64_t word;
+        std::memcpy(&word, data, 8);
+        hash = (hash ^ word) * 0xFF51AFD7ED558CCDu;
+        hash ^= hash >> 32;
+        data += 8;
+        length -= 8;
+    }
+    std::uint64_t tail = 0;
+    for (std::size_t i = 0; i < length; ++i)
+        tail |= static_cast<std::uint64_t>(static_cast<unsigned char>(data[i])) << (8 * i);
+    hash = (hash ^ tail) * 0xC4CEB9FE1A85EC53u;
+    return hash ^ (hash >> 29);
+}
+
+// Open addressing over one table: a slot holds a row index + 1, or 0 when
+// empty. At most a quarter of the slots are taken, so a probe sequence is short.
+// It holds the non-empty rows only; the trie answers every other key.
+class NameHash {
+public:
+    void build(CharArray const *rowTable, std::size_t rowCount, int firstRowId) {
+        table = rowTable;
+        firstId = firstRowId;
+        std::size_t size = 16;
+        while (size < 4 * rowCount)
+            size *= 2;
+        slots.assign(size, 0);
+        mask = size - 1;
+        for (std::size_t index = 0; index < rowCount; ++index) {
+            CharArray const &row = rowTable[index];
+            if (row.data == nullptr || row.length == 0)
+                continue; // reserved: only the empty key finds it, through the trie
+            std::size_t const length = static_cast<std::size_t>(row.length);
+            // The trie would end such a row at its NUL; no row has one, and a
+            // table that did is left to the trie entirely.
+            if (std::memchr(row.data, 0, length) != nullptr) {
+                usable = false;
+                return;
+            }
+            // The first of two equal rows keeps the name, as in the trie.
+            if (find(row.data, length) != 0)
+                continue;
+            std::size_t slot = hashName(row.data, length) & mask;
+            while (slots[slot] != 0)
+                slot = (slot + 1) & mask;
+            slots[slot] = static_cast<std::uint16_t>(index + 1);
+        }
+    }
+
+    // The id of a key of `length` > 0 characters without NUL, or 0.
+    int find(char const *data, std::size_t length) const {
+        std::size_t slot = hashName(data, length) & mask;
+        while (std::uint16_t const taken = slots[slot]) {
+            CharArray const &row = table[taken - 1];
+            if (row.length == length && std::memcmp(row.data, data, length) == 0)
+                return firstId + taken - 1;
+            slot = (slot + 1) & mask;
+        }
+        return 0;
+    }
+
+    // False when the table has a row the hash cannot stand for.
+    bool usable = true;
+
+private:
+    std::vector<std::uint16_t> slots;
+    std::size_t mask = 0;
+    CharArray const *table = nullptr;
+    int firstId = 0;
+};
+
+// One table's lookup by name: the hash for a whole non-empty key; the trie,
+// which ends a key at its first NUL and reads a null key as "", for the rest.
+struct NameIndex {
+    Internal::VocabularyTrie trie;
+    NameHash hash;
+
+    int find(CharArray const &name) const {
+        if (name.data != nullptr && name.length != 0 && hash.usable) {
+            int const id = hash.find(name.data, static_cast<std::size_t>(name.length));
+            // A miss is final unless a NUL ends the key early: rows hold none.
+            if (id != 0 ||
+                std::memchr(name.data, 0, static_cast<std::size_t>(name.length)) == nullptr)
+                return id;
+        }
+        return trie.find(name);
+    }
+};
+
+struct Indexes {
+    NameIndex element;
+    NameIndex ns;
+    NameIndex type;
 };
 
 // Each builder walks its table with a counter just wide enough for it; the
@@ -36,30 +132,35 @@ static_assert(Internal::TypeRowCount <= std::numeric_limits<std::uint16_t>::max(
 static_assert(Internal::NamespaceRowCount <= std::numeric_limits<std::uint8_t>::max(),
               "the namespace table is walked with an 8-bit counter");
 
-Trees buildTrees() {
-    Trees trees;
-    Internal::buildTrie(trees.element, Internal::ElementTable,
+Indexes buildIndexes() {
+    Indexes built;
+    Internal::buildTrie(built.element.trie, Internal::ElementTable,
                         static_cast<std::uint16_t>(Internal::ElementRowCount),
                         Internal::ElementFirstId);
-    Internal::buildTrie(trees.ns, Internal::NamespaceTable,
+    Internal::buildTrie(built.ns.trie, Internal::NamespaceTable,
                         static_cast<std::uint8_t>(Internal::NamespaceRowCount),
                         Internal::NamespaceFirstId);
-    Internal::buildTrie(trees.type, Internal::TypeTable,
+    Internal::buildTrie(built.type.trie, Internal::TypeTable,
                         static_cast<std::uint16_t>(Internal::TypeRowCount), Internal::TypeFirstId);
-    return trees;
-}
-
-// The trees are built on first use, guarded by the compiler's once-only
-// initialisation, so that a static initialiser elsewhere that looks up a name
-// before this unit is initialised still gets a full tree. Afterwards the guard
-// costs one acquire load per lookup. The nodes are never freed.
-Trees const &trees() {
-    static Trees const built = buildTrees();
+    built.element.hash.build(Internal::ElementTable, Internal::ElementRowCount,
+                             Internal::ElementFirstId);
+    built.ns.hash.build(Internal::NamespaceTable, Internal::NamespaceRowCount,
+                        Internal::NamespaceFirstId);
+    built.type.hash.build(Internal::TypeTable, Internal::TypeRowCount, Internal::TypeFirstId);
     return built;
 }
 
-// Builds the trees while the library loads, so that no caller pays for them.
-Trees const &LoadTimeTrees = trees();
+// The indexes are built on first use, guarded by the compiler's once-only
+// initialisation, so that a static initialiser elsewhere that looks up a name
+// before this unit is initialised still gets a full index. Afterwards the guard
+// costs one acquire load per lookup. The trie nodes are never freed.
+Indexes const &indexes() {
+    static Indexes const built = buildIndexes();
+    return built;
+}
+
+// Builds the indexes while the library loads, so that no caller pays for them.
+Indexes const &LoadTimeIndexes = indexes();
 
 // Range test as one unsigned comparison: ids below the first id wrap to large
 // values and fall out with those above the last one.
@@ -77,15 +178,15 @@ CharArray const &rowOf(CharArray const *table, int firstId, int rowCount, CharAr
 KVXDefaultMap::~KVXDefaultMap() {}
 
 int KVXDefaultMap::findElem(CharArray const &name) {
-    return trees().element.find(name);
+    return indexes().element.find(name);
 }
 
 int KVXDefaultMap::findNS(CharArray const &name) {
-    return trees().ns.find(name);
+    return indexes().ns.find(name);
 }
 
 int KVXDefaultMap::findType(CharArray const &name) {
-    return trees().type.find(name);
+    return indexes().type.find(name);
 }
 
 CharArray const &KVXDefaultMap::findElemID(int id) {

@@ -3,6 +3,7 @@
 // Lookups only read; insertion, release and copy need the tree to themselves.
 #include "vocabulary/VocabularyTrie.h"
 
+#include <cstddef>
 #include <utility>
 #include <vector>
 
@@ -10,6 +11,11 @@ namespace KVX {
 namespace Internal {
 
 namespace {
+
+// TrieNode::block values.
+constexpr unsigned char Alone = 0;     // allocated by itself
+constexpr unsigned char BlockHead = 1; // first node of a block (new[])
+constexpr unsigned char BlockPart = 2; // freed with its block's first node
 
 // Walks a key one character at a time without needing a terminator: the
 // character past `length` reads as 0, and so does any NUL inside the key, which
@@ -69,18 +75,23 @@ bool trieInsert(TrieNode **link, char const *data, unsigned long long length, in
         }
     }
     // The rest of the key becomes a chain down `eq`, ending in the NUL node that
-    // holds the id. Each node is linked in as soon as it exists, so a failed
-    // allocation leaves a valid tree that merely lacks this key.
-    for (;;) {
-        TrieNode *fresh = new TrieNode{walk.ch(), 0, nullptr, nullptr, nullptr};
-        *link = fresh;
-        if (fresh->ch == 0) {
-            fresh->id = id;
-            return true;
-        }
-        link = &fresh->eq;
+    // holds the id. The chain is one allocation, which spares a long key (a
+    // namespace URI) one allocation per character; it is linked in whole, so a
+    // failed allocation leaves a valid tree that merely lacks this key.
+    std::size_t count = 1;
+    for (KeyWalk rest = walk; rest.ch() != 0; rest.advance())
+        ++count;
+    TrieNode *const chain = new TrieNode[count]();
+    for (std::size_t index = 0; index < count; ++index) {
+        TrieNode &node = chain[index];
+        node.ch = walk.ch();
+        node.block = index == 0 ? BlockHead : BlockPart;
+        node.eq = index + 1 < count ? &chain[index + 1] : nullptr;
         walk.advance();
     }
+    chain[count - 1].id = id;
+    *link = chain;
+    return true;
 }
 
 void trieFree(TrieNode *node) {
@@ -88,7 +99,9 @@ void trieFree(TrieNode *node) {
     // with a `lo` child is rotated under it, and a node whose `lo` is empty
     // hands its `eq` subtree to `lo` first. Every rotation puts one more node on
     // the `hi` spine for good, so the work is linear and no stack is needed,
-    // however deep a long key made the tree.
+    // however deep a long key made the tree. A block is freed once its nodes
+    // are all consumed: its first node waits in a list threaded through `lo`.
+    TrieNode *blocks = nullptr;
     while (node != nullptr) {
         if (node->lo == nullptr && node->eq != nullptr) {
             node->lo = node->eq;
@@ -101,9 +114,19 @@ void trieFree(TrieNode *node) {
             node = lower;
         } else {
             TrieNode *const next = node->hi;
-            delete node;
+            if (node->block == BlockHead) {
+                node->lo = blocks;
+                blocks = node;
+            } else if (node->block == Alone) {
+                delete node;
+            }
             node = next;
         }
+    }
+    while (blocks != nullptr) {
+        TrieNode *const next = blocks->lo;
+        delete[] blocks;
+        blocks = next;
     }
 }
 
@@ -111,7 +134,7 @@ TrieNode *trieCopy(TrieNode const *root) {
     if (root == nullptr) {
         return nullptr;
     }
-    TrieNode *const copy = new TrieNode{root->ch, root->id, nullptr, nullptr, nullptr};
+    TrieNode *const copy = new TrieNode{root->ch, Alone, root->id, nullptr, nullptr, nullptr};
     try {
         // Pairs of a source node and its copy whose links are still to be copied.
         // Each copied child is linked in before it is queued, so the copy is a
@@ -127,7 +150,8 @@ TrieNode *trieCopy(TrieNode const *root) {
             for (TrieNode *TrieNode::*link : links) {
                 TrieNode const *const child = source->*link;
                 if (child != nullptr) {
-                    target->*link = new TrieNode{child->ch, child->id, nullptr, nullptr, nullptr};
+                    target->*link =
+                        new TrieNode{child->ch, Alone, child->id, nullptr, nullptr, nullptr};
                     pending.emplace_back(child, target->*link);
                 }
             }

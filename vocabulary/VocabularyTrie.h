@@ -1,8 +1,9 @@
 // Ternary search tree from names to ids: the structure behind the vocabulary's
 // lookups by name, and the per-document alias tree of the id map. Nodes are
-// allocated with `new` and owned by whoever holds the root; the fixed trees are
-// built once and then only read, which is safe from any number of threads.
-// A tree that is being changed is for one thread at a time.
+// allocated with `new` (the nodes that one insertion adds, as one block) and
+// owned by whoever holds the root; the fixed trees are built once and then
+// only read, which is safe from any number of threads. A tree that is being
+// changed is for one thread at a time.
 #ifndef KVX_VOCABULARY_VOCABULARYTRIE_H
 #define KVX_VOCABULARY_VOCABULARYTRIE_H
 
@@ -17,10 +18,13 @@ namespace Internal {
 
 struct TrieNode {
     signed char ch; // character tested here; 0 marks the end of a key
-    int id;         // id of the key that ends here; meaningful only where ch is 0
-    TrieNode *lo;   // subtree for characters less than ch
-    TrieNode *hi;   // subtree for characters greater than ch
-    TrieNode *eq;   // subtree for the next character of the key, when ch matched
+    // How the node was allocated, for trieFree: 0 alone, 1 first of a block
+    // made by one insertion (new[]), 2 inside such a block.
+    unsigned char block;
+    int id;       // id of the key that ends here; meaningful only where ch is 0
+    TrieNode *lo; // subtree for characters less than ch
+    TrieNode *hi; // subtree for characters greater than ch
+    TrieNode *eq; // subtree for the next character of the key, when ch matched
 };
 
 // The id stored under `key`, or 0 when the tree does not hold it. Characters

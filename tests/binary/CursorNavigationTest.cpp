@@ -432,6 +432,47 @@ TEST(CursorNavigationDamaged, ContainerRunningPastItsParentIsClampedToIt) {
     EXPECT_EQ(0, recorder.fired());
 }
 
+TEST(CursorNavigationDamaged, ChildrenAreBoundByTheirNodeAndItsParentOnly) {
+    // packet @8 > node @24 > server @40 > client @56 > id=7 @72, then restore=9
+    // @88 under packet. node's size is cut so that it ends at 72: server and
+    // client, which it holds, both run past it, and id lies behind its end.
+    FrameBuilder builder;
+    builder.open(Packet);
+    std::size_t node = builder.here();
+    builder.open(NodeId).open(Server).open(Client).int32(IdId, 7).close().close().close();
+    builder.int32(Restore, 9).close();
+    builder.patchSize(node, 32);
+    Message message = loaded(builder.finish());
+    Cursor cursor = uncounted(*message);
+    AssertRecorder recorder;
+    ASSERT_EQ(0, cursor->firstChild());
+    ASSERT_EQ(24u, offsetOf(*cursor));
+    ASSERT_EQ(0, cursor->firstChild());
+    ASSERT_EQ(40u, offsetOf(*cursor));
+    // server's children end where node does: its parent bounds them.
+    ASSERT_EQ(0, cursor->firstChild());
+    ASSERT_EQ(56u, offsetOf(*cursor));
+    EXPECT_EQ(-1, cursor->nextSibling());
+    // client's children are bound by client and server, not by node further up:
+    // id is found, inside the root section, and read in place.
+    ASSERT_EQ(0, cursor->firstChild());
+    EXPECT_EQ(72u, offsetOf(*cursor));
+    EXPECT_EQ(5u, depthOf(*cursor));
+    int value = 0;
+    EXPECT_EQ(0, cursor->getValue(value, 0));
+    EXPECT_EQ(7, value);
+    EXPECT_EQ(-1, cursor->nextSibling()); // client ends at 88
+    // At the top, node's cut size puts id @72 next in line, and restore after it.
+    ASSERT_EQ(0, cursor->seekRoot());
+    ASSERT_EQ(0, cursor->firstChild());
+    ASSERT_EQ(0, cursor->nextSibling());
+    EXPECT_EQ(72u, offsetOf(*cursor));
+    ASSERT_EQ(0, cursor->nextSibling());
+    EXPECT_EQ(88u, offsetOf(*cursor));
+    EXPECT_EQ(-1, cursor->nextSibling());
+    EXPECT_EQ(0, recorder.fired());
+}
+
 TEST(CursorNavigationDamaged, PathOffsetOutsideTheFrameReadsNothing) {
     Message message = loaded(navigationFrame());
     Cursor cursor = uncounted(*message);

@@ -225,6 +225,15 @@ TEST(FrameVerifier, HeadOnlyFrameIsNeverComplete) {
     EXPECT_FAULT(verifyBytes(bytes), 8, FrameFault::Truncated);
 }
 
+TEST(FrameVerifier, HeadOnlyFrameBeforeOtherBytesIsNeverComplete) {
+    // The framing rule measures this frame as 8 bytes, but those 8 bytes alone
+    // are never complete: such a frame cannot be handed on.
+    std::vector<char> bytes = workedExample();
+    put32(bytes, 4, KVX::Internal::FreshFlags);
+    ASSERT_EQ(8, KVXBinary::isComplete(bytes.data(), 80));
+    EXPECT_FAULT(verifyBytes(bytes), 8, FrameFault::Truncated);
+}
+
 TEST(FrameVerifier, ChildPastItsParentFaultsAtTheChild) {
     std::vector<char> bytes = workedExample();
     put32(bytes, ChildOffset + 8, 20); // node size 32 in a parent with 16 left
@@ -319,27 +328,48 @@ TEST(FrameVerifier, EveryLeafKindIsKnown) {
     }
 }
 
-TEST(FrameVerifier, ComplexTypeNeedsATypeEntry) {
+TEST(FrameVerifier, DynamicComplexTypeNeedsATypeEntry) {
     std::vector<char> bytes = workedExample();
-    put16(bytes, 12, 150); // the root becomes a container of type 150
+    put16(bytes, 12, 0xFFFE); // the root becomes a container of dynamic type 65534
     EXPECT_FAULT(verifyBytes(bytes), 8, FrameFault::Unnamed);
 
     FrameBuilder typed;
-    std::uint32_t const root = typed.open(1008, 150);
+    std::uint32_t const root = typed.open(1008, 0xFFFE);
     typed.close(root);
     typed.table();
-    typed.entry(150, 2, "typeName");
+    typed.entry(65534, 2, "urn:t:typeName");
     typed.entry(1008, 0, "node");
     EXPECT_SOUND(verifyBytes(typed.finish()));
 
     // An element entry of the same number does not name a type.
     FrameBuilder wrongSpace;
-    std::uint32_t const top = wrongSpace.open(1008, 150);
+    std::uint32_t const top = wrongSpace.open(1008, 0xFFFE);
     wrongSpace.close(top);
     wrongSpace.table();
-    wrongSpace.entry(150, 0, "typeName");
+    wrongSpace.entry(65534, 0, "typeName");
     wrongSpace.entry(1008, 0, "node");
     EXPECT_FAULT(verifyBytes(wrongSpace.finish()), 8, FrameFault::Unnamed);
+}
+
+TEST(FrameVerifier, FixedIdsAreNamedByTheVocabulary) {
+    // A type, a namespace and an element of the vocabulary need no entry:
+    // genReply's saved namespace 297 reaches its nodes this way.
+    FrameBuilder frame;
+    std::uint32_t const root = frame.open(1398, 150, 297);
+    frame.leaf(1011, KVX::Internal::KindString, "x");
+    frame.close(root);
+    frame.table();
+    frame.entry(1008, 0, "node");
+    EXPECT_SOUND(verifyBytes(frame.finish()));
+}
+
+TEST(FrameVerifier, ReservedIdsNeedAnEntry) {
+    FrameBuilder frame;
+    std::uint32_t const root = frame.open(2180, KVX::Internal::KindStructure, 251);
+    frame.close(root);
+    frame.table();
+    frame.entry(1008, 0, "node");
+    EXPECT_FAULT(verifyBytes(frame.finish()), 8, FrameFault::Unnamed);
 }
 
 TEST(FrameVerifier, TableSizePastTheFrameIsTruncated) {
@@ -396,7 +426,7 @@ TEST(FrameVerifier, EntryOfSizeZeroFaultsAtTheEntry) {
 
 TEST(FrameVerifier, IdWithoutANameFaultsAtTheNode) {
     std::vector<char> bytes = workedExample();
-    put32(bytes, ChildOffset, 1011); // "id" is named, 1011 is not
+    put32(bytes, ChildOffset, 900); // neither the table nor the vocabulary names 900
     EXPECT_FAULT(verifyBytes(bytes), ChildOffset, FrameFault::Unnamed);
 }
 

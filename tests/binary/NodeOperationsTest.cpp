@@ -791,3 +791,117 @@ TEST(NodeOperations, RemoveWithEmptyPathOnlyRaisesStamp) {
     EXPECT_EQ(doc.stamp, stamp + 1);
     EXPECT_EQ(frameOf(doc), before);
 }
+
+namespace {
+
+// One record as the text parser builds it: an element that gets children, a
+// leaf with text under it, and an element closed with its own text. Ids walk
+// the vocabulary so that new name table entries keep coming.
+struct Builder {
+    KVXBinaryInternals doc;
+    BinaryPath path;
+};
+
+void buildByAppend(Builder &b, int record) {
+    int const container = 1001 + record % 150;
+    int const leaf = 1151 + record % 200;
+    std::string const text = "value-" + std::to_string(record * 7919 % 100000);
+    // The two steps of the format: appended empty, then given the value.
+    ASSERT_EQ(b.doc.append(b.path, container, KindUntyped, nullptr, 0, false), 0);
+    ASSERT_EQ(b.doc.append(b.path, leaf, KindUntyped, nullptr, 0, false), 0);
+    ASSERT_EQ(b.doc.replaceValue(b.path, KindUntyped, text.data(),
+                                 static_cast<std::uint32_t>(text.size()), true),
+              0);
+    up(b.path);
+    up(b.path);
+}
+
+void buildAtEnd(Builder &b, int record) {
+    int const container = 1001 + record % 150;
+    int const leaf = 1151 + record % 200;
+    std::string const text = "value-" + std::to_string(record * 7919 % 100000);
+    ASSERT_EQ(b.doc.appendAtEnd(b.path, container, KindUntyped, nullptr, 0, false), 0);
+    // The name first, as the parser records it before a one-step leaf.
+    ASSERT_TRUE(b.doc.ids.recordsName(leaf));
+    ASSERT_EQ(
+        b.doc.appendTextAtEnd(b.path, leaf, text.data(), static_cast<std::uint32_t>(text.size())),
+        0);
+    b.doc.settleAtEnd(b.path.entries.back().offset);
+    up(b.path);
+}
+
+} // namespace
+
+TEST(NodeOperations, BuildingAtTheEndGivesTheBytesGrowthAndStampOfAppend) {
+    Builder general;
+    Builder atEnd;
+    ASSERT_EQ(makeDocument(general.doc, Packet, general.path), 0);
+    ASSERT_EQ(makeDocument(atEnd.doc, Packet, atEnd.path), 0);
+    // Enough records for several reallocations and some 350 name entries, all
+    // taken into the room that appendAtEnd opens behind the root section.
+    for (int record = 0; record < 900; ++record) {
+        buildByAppend(general, record);
+        buildAtEnd(atEnd, record);
+        if (record % 150 == 149) {
+            EXPECT_EQ(atEnd.doc.frameLength(), general.doc.used) << record;
+            EXPECT_EQ(atEnd.doc.capacity, general.doc.capacity) << record;
+            EXPECT_EQ(atEnd.doc.stamp, general.doc.stamp) << record;
+        }
+    }
+    EXPECT_GT(atEnd.doc.room, 0u);
+    atEnd.doc.settleAtEnd(RootOffset);
+    atEnd.doc.closeRoom();
+    EXPECT_EQ(atEnd.doc.room, 0u);
+    EXPECT_EQ(frameOf(atEnd.doc), frameOf(general.doc));
+    EXPECT_EQ(atEnd.doc.capacity, general.doc.capacity);
+    EXPECT_EQ(atEnd.doc.stamp, general.doc.stamp);
+    EXPECT_EQ(atEnd.doc.ids.names.size(), general.doc.ids.names.size());
+    EXPECT_EQ(atEnd.doc.ids.lookupName(1151).str(), "recursively");
+}
+
+TEST(NodeOperations, OpenRoomClosesBeforeAMoveAndNamesStayFound) {
+    Builder general;
+    Builder atEnd;
+    ASSERT_EQ(makeDocument(general.doc, Packet, general.path), 0);
+    ASSERT_EQ(makeDocument(atEnd.doc, Packet, atEnd.path), 0);
+    for (int record = 0; record < 20; ++record) {
+        buildByAppend(general, record);
+        buildAtEnd(atEnd, record);
+    }
+    ASSERT_GT(atEnd.doc.room, 0u);
+    // A name recorded while the room was open reads from the table at the top.
+    EXPECT_EQ(atEnd.doc.ids.lookupName(-2).length, 0u);
+    EXPECT_EQ(atEnd.doc.ids.intern(CharArray("restore_dynamic"), TableElement), -2);
+    EXPECT_EQ(general.doc.ids.intern(CharArray("restore_dynamic"), TableElement), -2);
+    EXPECT_EQ(atEnd.doc.ids.lookupName(-2).str(), "restore_dynamic");
+    // A removal moves bytes: it closes the room first.
+    BinaryPath first = atEnd.path;
+    first.entries.push_back(PathEntry{1001, 24});
+    BinaryPath firstGeneral = general.path;
+    firstGeneral.entries.push_back(PathEntry{1001, 24});
+    atEnd.doc.remove(first);
+    general.doc.remove(firstGeneral);
+    EXPECT_EQ(atEnd.doc.room, 0u);
+    EXPECT_EQ(frameOf(atEnd.doc), frameOf(general.doc));
+    EXPECT_EQ(atEnd.doc.ids.lookupName(-2).str(), "restore_dynamic");
+}
+
+TEST(NodeOperations, SettleAtEndGivesAnOpenContainerTheSizeToTheRootEnd) {
+    KVXBinaryInternals doc;
+    BinaryPath path;
+    ASSERT_EQ(makeDocument(doc, Packet, path), 0);
+    ASSERT_EQ(doc.appendAtEnd(path, NodeElement, KindUntyped, nullptr, 0, false), 0);
+    std::uint32_t const node = path.entries.back().offset;
+    ASSERT_EQ(doc.appendAtEnd(path, IdElement, KindInt, FortyTwo, 4, false), 0);
+    up(path);
+    // Only the root is kept current while the node is open.
+    EXPECT_EQ(doc.node(node).size(), 0u);
+    EXPECT_EQ(doc.node(8).size(), 32u);
+    doc.settleAtEnd(node);
+    EXPECT_EQ(doc.node(node).size(), 16u);
+    EXPECT_EQ(doc.node(node).kind(), KindStructure);
+    // A leaf is left as it is.
+    doc.settleAtEnd(node + 16);
+    EXPECT_EQ(doc.node(node + 16).size(), 4u);
+    doc.closeRoom();
+}

@@ -319,5 +319,5 @@ TEST(SoapToMessage, SoapUriByVersion) {
     EXPECT_EQ(Soap11, converter.getSoapURIByVersion(SoapVersion11));
     EXPECT_EQ(Soap12, converter.getSoapURIByVersion(SoapVersion12));
     EXPECT_EQ("", converter.getSoapURIByVersion(SoapVersionNone));
-    EXPECT_EQ("", converter.getSoapURIByVersion(static_cast<SoapVersion>(7)));
+    EXPECT_EQ("", converter.getSoapURIByVersion(static_cast<SoapVersion>(3)));
 }

@@ -536,6 +536,39 @@ TEST(TextParser, FailureKeepsThePartlyBuiltDocument) {
     EXPECT_EQ(0u, nodes[2].size);
 }
 
+TEST(TextParser, FailureWithElementsOpenLeavesTheirSizesWhole) {
+    // The parse stops at the input's end with three elements open: they hold
+    // everything read so far, and their sizes say so, as in the whole text.
+    std::string const whole = "<packet><node><name>x</name><node id=\"1\"><pid>1</pid>"
+                              "<cpu>2</cpu></node></node></packet>";
+    std::string const cut = whole.substr(0, whole.find("</node>"));
+    Parsed const complete = parse(whole);
+    Parsed const partial = parse(cut);
+    ASSERT_EQ(0, complete.result);
+    EXPECT_EQ(-1, partial.result);
+    EXPECT_EQ(complete.frame, partial.frame);
+}
+
+TEST(TextParser, LongTextsGrowTheBufferAsTheirNodesDo) {
+    // Values near and past the capacity, between short ones: each element is
+    // appended with its value or in the two steps, to the same bytes.
+    std::string text = "<packet>";
+    for (int i = 0; i < 40; ++i) {
+        text += "<node><name>" + std::string(static_cast<std::size_t>(i * 397 % 9000), 'v') +
+                "</name><pid>" + std::to_string(i) + "</pid></node>";
+    }
+    text += "</packet>";
+    Parsed const parsed = parse(text);
+    ASSERT_EQ(0, parsed.result);
+    std::vector<NodeInfo> const nodes = parsed.nodes;
+    ASSERT_EQ(1u + 40u * 3u, nodes.size());
+    for (int i = 0; i < 40; ++i) {
+        NodeInfo const &name = nodes[static_cast<std::size_t>(2 + 3 * i)];
+        EXPECT_EQ(z(std::string(static_cast<std::size_t>(i * 397 % 9000), 'v')), name.value);
+        EXPECT_EQ(z(std::to_string(i)), nodes[static_cast<std::size_t>(3 + 3 * i)].value);
+    }
+}
+
 TEST(TextParser, ReplacesTheWholeContentWithoutCursor) {
     Message message;
     ASSERT_EQ(0, message->create(nullptr));

@@ -10,8 +10,10 @@
 
 #include <cctype>
 #include <cstddef>
+#include <cstring>
 #include <map>
 #include <string>
+#include <string_view>
 
 namespace KVX {
 
@@ -29,8 +31,16 @@ extern KVX_EXPORT std::map<std::string, SoapVersion> const soapVersions;
 // Character traits of a string that ignores case: characters compare equal, or less, by toupper
 // of each. Copying, moving, assigning and lengths are those of plain characters, so find and
 // rfind on such a string match without regard to case while the text keeps its own case.
+//
+// The case is folded as toupper folds it in the "C" locale, the one the library runs its text
+// in: 'a' to 'z' become 'A' to 'Z' and every other byte stays. The fold is inline arithmetic and
+// the search for one character runs memchr on its two cases, since all SOAP text search passes
+// through here character by character.
 struct ignorecase_traits : public std::char_traits<char> {
-    static int upper(char c) { return std::toupper(static_cast<unsigned char>(c)); }
+    static int upper(char c) {
+        unsigned const u = static_cast<unsigned char>(c);
+        return static_cast<int>(u - 'a' < 26u ? u - ('a' - 'A') : u);
+    }
 
     static bool eq(char a, char b) { return upper(a) == upper(b); }
 
@@ -47,17 +57,24 @@ struct ignorecase_traits : public std::char_traits<char> {
     }
 
     static char const *find(char const *s, std::size_t n, char const &c) {
-        int uc = upper(c);
-        for (std::size_t i = 0; i < n; ++i) {
-            if (upper(s[i]) == uc)
-                return s + i;
-        }
-        return nullptr;
+        if (n == 0)
+            return nullptr;
+        int const up = upper(c);
+        int const low = up - 'A' < 26 && up >= 'A' ? up + ('a' - 'A') : up;
+        char const *const first = static_cast<char const *>(std::memchr(s, up, n));
+        if (low == up)
+            return first;
+        // The other case only ahead of the first match of this one.
+        std::size_t const before = first != nullptr ? static_cast<std::size_t>(first - s) : n;
+        char const *const other = static_cast<char const *>(std::memchr(s, low, before));
+        return other != nullptr ? other : first;
     }
 };
 
 // The case-insensitive string of all SOAP text search.
 typedef std::basic_string<char, ignorecase_traits> istring;
+// A case-insensitive view: the same search over text that is not copied.
+typedef std::basic_string_view<char, ignorecase_traits> istring_view;
 
 class KVX_EXPORT KVXSoapEnvelope {
 public:

@@ -1,0 +1,9 @@
+// libFuzzer entry point for XML text: fromText, the cursor walk, toText and fromText of what was
+// written. The work is in FuzzTargets.h, shared with the regression tests; an input that trips
+// KVX_ASSERT is stopped there and does not count as a finding.
+#include "fuzz/FuzzTargets.h"
+
+extern "C" int LLVMFuzzerTestOneInput(std::uint8_t const *data, std::size_t size) {
+    KVX::Fuzz::runGuarded([&] { KVX::Fuzz::runText(data, size); });
+    return 0;
+}
