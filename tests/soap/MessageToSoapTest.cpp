@@ -300,3 +300,67 @@ TEST(MessageToSoap, DataIsGoneAfterConversion) {
     // The packet keeps its root: the header is written as before.
     EXPECT_EQ(cookieHeader("4.5.0"), second.envelope->header);
 }
+
+namespace {
+
+// Adds an element `name` under `parent` (the root for an empty name) holding an
+// attribute node with an id that has no attribute name (150): the text writer
+// cannot write it, so the text of that element is not obtained.
+void addUnwritable(KVXMessage &message, std::string const &parent, std::string const &name) {
+    std::unique_ptr<KVXMessageIterator> cursor(message.newIterator());
+    ASSERT_EQ(0, cursor->seek(parent));
+    if (!name.empty()) {
+        ASSERT_EQ(0, cursor->newChild(name));
+    }
+    ASSERT_EQ(0, cursor->newChild(150));
+}
+
+std::string failureWords(KVXMessage &message, SoapVersion version) {
+    Conversion c(message, version);
+    EXPECT_EQ(-1, c.result);
+    EXPECT_EQ(nullptr, c.envelope);
+    KVXSoapFault *fault = c.converter.getFault();
+    if (fault == nullptr)
+        return "<no fault>";
+    EXPECT_EQ(KVXSoapFault::CodeClient, fault->code);
+    return fault->faultString;
+}
+
+} // namespace
+
+TEST(MessageToSoap, SystemErrorTextNotObtained) {
+    MessagePtr message = reply();
+    addUnwritable(*message, "data", "error");
+    EXPECT_EQ("Cannot get system error from KVAgent message",
+              failureWords(*message, SoapVersion11));
+}
+
+TEST(MessageToSoap, OperatorErrorTextNotObtained) {
+    MessagePtr message = reply();
+    addUnwritable(*message, "data/server", "error");
+    EXPECT_EQ("Cannot get operator error from KVAgent message",
+              failureWords(*message, SoapVersion12));
+}
+
+TEST(MessageToSoap, ResponseTextNotObtained) {
+    MessagePtr message = reply();
+    addUnwritable(*message, "data/server", "uptime");
+    EXPECT_EQ("Cannot get response from KVAgent message", failureWords(*message, SoapVersion11));
+}
+
+TEST(MessageToSoap, HeaderTextNotObtained) {
+    MessagePtr message = reply();
+    addValue(*message, "data/server", "uptime", 5);
+    addUnwritable(*message, "", "");
+    EXPECT_EQ("Cannot parse KVAgent message", failureWords(*message, SoapVersion12));
+}
+
+TEST(MessageToSoap, FailureWithUnsupportedVersionReportsUnsupportedVersion) {
+    MessagePtr message = reply();
+    addUnwritable(*message, "data/server", "uptime");
+    Conversion c(*message, SoapVersionNone);
+    EXPECT_EQ(-1, c.result);
+    ASSERT_NE(nullptr, c.converter.getFault());
+    EXPECT_EQ("Unsupported soap version", c.converter.getFault()->faultString);
+    EXPECT_EQ("http://schemas.xmlsoap.org/soap/envelope/", c.converter.getFault()->soapURI);
+}
