@@ -258,9 +258,10 @@ int KVXBinary::deserialize(char const *buffer, int length, KVXMessageIterator *i
 
     if (into != nullptr) {
         // Loading into a cursor is a graft: the frame's ids are read through its
-        // own name table, which a temporary map reads in place.
-        KVXProtocolIDMap frameIds(nullptr);
-        if (frameIds.readNameTable(buffer, static_cast<unsigned int>(frame)) != 0)
+        // own name table, read in place into a flat list: the graft only names
+        // the frame's ids, so an id map's maps and aliases would be built for nothing.
+        FrameNames frameIds;
+        if (readFrameNames(buffer, static_cast<std::uint32_t>(frame), frameIds) != 0)
             return -1;
         // A cursor of another protocol raises std::bad_cast here, as documented.
         KVXBinaryIterator &cursor = dynamic_cast<KVXBinaryIterator &>(*into);

@@ -6,11 +6,14 @@
 
 #include <kvx/KVXBinary.h>
 #include <kvx/KVXBinaryIterator.h>
+#include <kvx/KVXDefaultMap.h>
 
 #include "binary/KVXBinaryInternals.h"
 #include "binary/KVXProtocolIDMap.h"
+#include "binary/NameTable.h"
 #include "binary/Node.h"
 #include "binary/WireFormat.h"
+#include "vocabulary/VocabularyTrie.h"
 
 #include <kvx/KVXCommon.h>
 
@@ -31,39 +34,125 @@ struct TargetIds {
     unsigned short kind;
 };
 
+// Where a graft finds the names of the source's ids: a document's id map, or
+// the entries of a received frame's name table read by readFrameNames.
+struct SourceNames {
+    KVXProtocolIDMap *map;
+    FrameNames const *frame;
+};
+
+// What an id map without an owner answers for a frame's table: the vocabulary
+// wins for the ids it knows, then the first entry of the id's space (newest
+// first, as the map keeps the first it reads). Empty when nothing names it.
+CharArray frameName(FrameNames const &frame, int id, bool type) {
+    if (type) {
+        CharArray const &row = KVXDefaultMap::findTypeID(id);
+        if (row.length != 0)
+            return row;
+    } else {
+        if (id >= 0 && id <= LastAttributeId)
+            return CharArray("", 0);
+        CharArray const &element = KVXDefaultMap::findElemID(id);
+        if (element.length != 0)
+            return element;
+        CharArray const &ns = KVXDefaultMap::findNSID(id);
+        if (ns.length != 0)
+            return ns;
+    }
+    for (FrameNames::Entry const &entry : frame.entries) {
+        if (entry.id == id && entry.type == type)
+            return CharArray(entry.text, entry.length);
+    }
+    return CharArray("", 0);
+}
+
 // The name of `id` in the source, copied out: interning in the target may move
 // bytes that a view of the name points into when both maps are one.
-bool sourceName(KVXProtocolIDMap &sourceIds, int id, bool type, std::string &name) {
-    CharArray const text = type ? sourceIds.lookupTypeName(id) : sourceIds.lookupName(id);
+bool sourceName(SourceNames const &sourceIds, int id, bool type, std::string &name) {
+    CharArray const text = sourceIds.frame != nullptr ? frameName(*sourceIds.frame, id, type)
+                           : type                     ? sourceIds.map->lookupTypeName(id)
+                                                      : sourceIds.map->lookupName(id);
     name = text.str();
     return !name.empty();
+}
+
+// Source id -> target id for the ids one graft has translated already, so that
+// a name met on many nodes (every `node` of a list) is looked up and interned
+// once. Direct-mapped and small: a miss only costs the full translation. An id
+// is kept only when interning its name again would give the same id, which
+// holds when the id is the name's vocabulary id or the name's alias; an
+// allotment whose alias could not be added (the text aliases an id of another
+// space) is repeated on the next node, as it would be without the cache.
+class IdCache {
+public:
+    IdCache() {
+        for (Slot &slot : slots)
+            slot.used = false;
+    }
+    bool find(int space, int source, int &target) const {
+        Slot const &slot = slots[index(space, source)];
+        if (!slot.used || slot.space != space || slot.source != source)
+            return false;
+        target = slot.target;
+        return true;
+    }
+    void keep(int space, int source, int target) {
+        Slot &slot = slots[index(space, source)];
+        slot = Slot{space, source, target, true};
+    }
+
+private:
+    struct Slot {
+        int space;
+        int source;
+        int target;
+        bool used;
+    };
+    static constexpr unsigned Bits = 7;
+    static unsigned index(int space, int source) {
+        std::uint32_t const key =
+            static_cast<std::uint32_t>(source) * 4u + static_cast<std::uint32_t>(space);
+        return (key * 0x9E3779B1u) >> (32 - Bits);
+    }
+    Slot slots[1u << Bits];
+};
+
+// One id of the space `tableKind` (element, namespace, type) taken through its
+// name into the target; 0 when it has no name or the target cannot take it.
+int translateId(SourceNames const &sourceIds, KVXProtocolIDMap &targetIds, IdCache &cache, int id,
+                int tableKind) {
+    int cached = 0;
+    if (cache.find(tableKind, id, cached))
+        return cached;
+    std::string name;
+    if (!sourceName(sourceIds, id, tableKind == TableType, name))
+        return 0;
+    CharArray const text(name);
+    int const result = targetIds.intern(text, tableKind);
+    if (result != 0 &&
+        (result == vocabularyId(text, tableKind) || trieLookup(targetIds.aliases, text) == result))
+        cache.keep(tableKind, id, result);
+    return result;
 }
 
 // Takes one node's element, namespace and type ids to their names in the source
 // and to ids of those names in the target, allotting where needed. Attributes
 // and id 0 have no name, so they cannot be grafted: false.
-bool translate(KVXProtocolIDMap &sourceIds, KVXProtocolIDMap &targetIds, int id, unsigned short ns,
-               unsigned short kind, TargetIds &out) {
-    std::string name;
-    if (!sourceName(sourceIds, id, false, name))
-        return false;
-    out.id = targetIds.intern(CharArray(name), TableElement);
+bool translate(SourceNames const &sourceIds, KVXProtocolIDMap &targetIds, IdCache &cache, int id,
+               unsigned short ns, unsigned short kind, TargetIds &out) {
+    out.id = translateId(sourceIds, targetIds, cache, id, TableElement);
     if (out.id == 0)
         return false;
     out.ns = 0;
     if (ns != 0) {
-        if (!sourceName(sourceIds, ns, false, name))
-            return false;
-        int const targetNs = targetIds.intern(CharArray(name), TableNamespace);
+        int const targetNs = translateId(sourceIds, targetIds, cache, ns, TableNamespace);
         if (targetNs == 0)
             return false;
         out.ns = static_cast<unsigned short>(targetNs);
     }
     out.kind = kind;
     if (kind > LastValueKind) {
-        if (!sourceName(sourceIds, kind, true, name))
-            return false;
-        int const targetType = targetIds.intern(CharArray(name), TableType);
+        int const targetType = translateId(sourceIds, targetIds, cache, kind, TableType);
         if (targetType == 0)
             return false;
         out.kind = static_cast<unsigned short>(targetType);
@@ -101,10 +190,11 @@ bool insideParent(binary::Node const &node, std::uint64_t end) {
 // Bulk copy: one append of the top node with all its descendants, then a walk
 // over the copied bytes that rewrites their ids in place. Sizes need no change
 // because the layouts agree; ancestors were patched by the append.
-int bulkCopy(binary::Node const &top, KVXProtocolIDMap &sourceIds, KVXBinaryInternals &target,
+int bulkCopy(binary::Node const &top, SourceNames const &sourceIds, KVXBinaryInternals &target,
              BinaryPath &path) {
+    IdCache cache;
     TargetIds ids;
-    if (!translate(sourceIds, target.ids, top.id(), top.ns(), top.kind(), ids))
+    if (!translate(sourceIds, target.ids, cache, top.id(), top.ns(), top.kind(), ids))
         return -1;
     bool const container = top.isContainer();
     if (target.append(path, ids.id, ids.kind, top.value(), valueLength(top), false) != 0)
@@ -138,7 +228,7 @@ int bulkCopy(binary::Node const &top, KVXProtocolIDMap &sourceIds, KVXBinaryInte
         std::uint64_t const nodeSize = node.nodeSize();
         std::uint64_t const valueOffset = node.valueOffset();
         bool const isContainer = node.isContainer();
-        if (!translate(sourceIds, target.ids, node.id(), node.ns(), node.kind(), ids))
+        if (!translate(sourceIds, target.ids, cache, node.id(), node.ns(), node.kind(), ids))
             return -1;
         char *header = target.buffer + cursor;
         store16(header + 4, ids.kind);
@@ -160,12 +250,13 @@ int bulkCopy(binary::Node const &top, KVXProtocolIDMap &sourceIds, KVXBinaryInte
 // Node-by-node copy, for a legacy source under a current target: node sizes
 // differ, so each node is appended on its own. An explicit stack of source
 // ranges replaces recursion; it holds one range per open container.
-int nodeByNodeCopy(GraftSource const &source, binary::Node const &top, KVXProtocolIDMap &sourceIds,
+int nodeByNodeCopy(GraftSource const &source, binary::Node const &top, SourceNames const &sourceIds,
                    KVXBinaryInternals &target, BinaryPath &path) {
     struct Range {
         std::uint64_t next;
         std::uint64_t end;
     };
+    IdCache cache;
     std::vector<Range> ranges(1, Range{top.offset, top.end()});
     while (!ranges.empty()) {
         if (ranges.back().next >= ranges.back().end) {
@@ -180,7 +271,7 @@ int nodeByNodeCopy(GraftSource const &source, binary::Node const &top, KVXProtoc
             return -1;
         ranges.back().next += node.nodeSize();
         TargetIds ids;
-        if (!translate(sourceIds, target.ids, node.id(), node.ns(), node.kind(), ids))
+        if (!translate(sourceIds, target.ids, cache, node.id(), node.ns(), node.kind(), ids))
             return -1;
         if (node.isContainer()) {
             if (target.append(path, ids.id, ids.kind, nullptr, 0, false) != 0 ||
@@ -213,8 +304,10 @@ GraftSource frameSource(char const *frame, std::uint32_t length) {
     return GraftSource{frame, length, rootEnd, format};
 }
 
-int graftSubtree(GraftSource const &source, BinaryPath const &sourcePath,
-                 KVXProtocolIDMap &sourceIds, KVXBinaryInternals &target, BinaryPath const &at) {
+namespace {
+
+int graftFrom(GraftSource const &source, BinaryPath const &sourcePath, SourceNames const &sourceIds,
+              KVXBinaryInternals &target, BinaryPath const &at) {
     std::uint32_t topOffset = RootOffset;
     if (sourcePath.entries.empty()) {
         if (source.rootEnd <= RootOffset)
@@ -232,6 +325,30 @@ int graftSubtree(GraftSource const &source, BinaryPath const &sourcePath,
     if (source.format >= target.format())
         return bulkCopy(top, sourceIds, target, path);
     return nodeByNodeCopy(source, top, sourceIds, target, path);
+}
+
+} // namespace
+
+int readFrameNames(char const *frame, std::uint32_t length, FrameNames &names) {
+    names.entries.clear();
+    names.entries.reserve(32); // a packet's table: one allocation instead of a growth per doubling
+    NameTableWalk walk(frame, length);
+    NameTableEntry entry;
+    while (walk.next(entry)) {
+        names.entries.push_back(FrameNames::Entry{entry.id, entry.tableKind == TableType,
+                                                  frame + entry.text, entry.textLength});
+    }
+    return walk.corrupt() ? -1 : 0;
+}
+
+int graftSubtree(GraftSource const &source, BinaryPath const &sourcePath,
+                 KVXProtocolIDMap &sourceIds, KVXBinaryInternals &target, BinaryPath const &at) {
+    return graftFrom(source, sourcePath, SourceNames{&sourceIds, nullptr}, target, at);
+}
+
+int graftSubtree(GraftSource const &source, BinaryPath const &sourcePath,
+                 FrameNames const &sourceNames, KVXBinaryInternals &target, BinaryPath const &at) {
+    return graftFrom(source, sourcePath, SourceNames{nullptr, &sourceNames}, target, at);
 }
 
 } // namespace Internal

@@ -8,6 +8,7 @@
 #include <kvx/BinaryPath.h>
 
 #include <cstdint>
+#include <vector>
 
 namespace KVX {
 
@@ -37,6 +38,28 @@ GraftSource frameSource(char const *frame, std::uint32_t length);
 // Requires: `source` is not the target's own buffer (snapshot it first).
 int graftSubtree(GraftSource const &source, BinaryPath const &sourcePath,
                  KVXProtocolIDMap &sourceIds, KVXBinaryInternals &target, BinaryPath const &at);
+
+// The entries of a received frame's name table, as views into the frame: what
+// an id map without an owner would read, without its maps and aliases, which a
+// graft from bytes does not consult (it only names the frame's ids).
+struct FrameNames {
+    struct Entry {
+        int id;
+        bool type; // a complex type's entry; else an element's or namespace's
+        char const *text;
+        std::uint32_t length;
+    };
+    std::vector<Entry> entries; // newest first, as the table is walked
+};
+
+// Reads the name table of a whole frame of `length` bytes. 0, or -1 when it is
+// corrupt (the faults that KVXProtocolIDMap::readNameTable refuses).
+int readFrameNames(char const *frame, std::uint32_t length, FrameNames &names);
+
+// As above, naming the source's ids through a frame's table read by
+// readFrameNames; the frame must outlive the graft.
+int graftSubtree(GraftSource const &source, BinaryPath const &sourcePath,
+                 FrameNames const &sourceNames, KVXBinaryInternals &target, BinaryPath const &at);
 
 } // namespace Internal
 } // namespace KVX

@@ -14,6 +14,7 @@
 
 #include <climits>
 #include <cstring>
+#include <stdexcept>
 #include <vector>
 
 namespace KVX {
@@ -75,6 +76,74 @@ CharArray NameRef::text() const {
     return CharArray(data, length);
 }
 
+NameRef const *NameRefMap::find(int id) const {
+    if (filled == 0)
+        return nullptr;
+    std::size_t const mask = slots.size() - 1;
+    for (std::size_t slot = home(id);; slot = (slot + 1) & mask) {
+        Slot const &candidate = slots[slot];
+        if (!candidate.full)
+            return nullptr;
+        if (candidate.id == id)
+            return &candidate.ref;
+    }
+}
+
+NameRef const &NameRefMap::at(int id) const {
+    NameRef const *const found = find(id);
+    if (found == nullptr)
+        throw std::out_of_range("NameRefMap::at");
+    return *found;
+}
+
+bool NameRefMap::emplace(int id, NameRef const &ref) {
+    // At most half full, so that a probe meets an empty slot soon.
+    if ((filled + 1) * 2 > slots.size())
+        rehash(slots.empty() ? 32 : slots.size() * 2);
+    std::size_t const mask = slots.size() - 1;
+    for (std::size_t slot = home(id);; slot = (slot + 1) & mask) {
+        Slot &candidate = slots[slot];
+        if (!candidate.full) {
+            candidate.ref = ref;
+            candidate.id = id;
+            candidate.full = true;
+            ++filled;
+            return true;
+        }
+        if (candidate.id == id)
+            return false;
+    }
+}
+
+void NameRefMap::rehash(std::size_t slotCount) {
+    std::vector<Slot> old(slotCount);
+    old.swap(slots);
+    unsigned bits = 0;
+    while ((std::size_t(1) << bits) < slotCount)
+        ++bits;
+    shift = 32 - bits;
+    filled = 0;
+    for (Slot const &slot : old) {
+        if (slot.full)
+            emplace(slot.id, slot.ref);
+    }
+}
+
+void NameRefMap::clear() {
+    if (filled == 0)
+        return;
+    filled = 0;
+    // A large table is given back rather than cleared slot by slot at every
+    // reset of a message that once held many names.
+    if (slots.size() > 1024) {
+        std::vector<Slot>().swap(slots);
+        shift = 32;
+        return;
+    }
+    for (Slot &slot : slots)
+        slot.full = false;
+}
+
 KVXProtocolIDMap::KVXProtocolIDMap(KVXBinaryInternals *mapOwner)
     : names(), types(), nextId(-2), version(40500), owner(mapOwner), aliases(nullptr),
       tableCorrupt(false), recorded(), ownTableBytes(0), unexplainedEntries(0) {}
@@ -89,14 +158,12 @@ void KVXProtocolIDMap::copyFrom(KVXProtocolIDMap const &other) {
     types = other.types;
     // A reference holds a distance from the frame's end, which the copy keeps;
     // only the frame it measures from changes.
-    for (auto &entry : names) {
-        if (entry.second.owner != nullptr)
-            entry.second.owner = owner;
-    }
-    for (auto &entry : types) {
-        if (entry.second.owner != nullptr)
-            entry.second.owner = owner;
-    }
+    auto const repoint = [this](int, NameRef &ref) {
+        if (ref.owner != nullptr)
+            ref.owner = owner;
+    };
+    names.forEach(repoint);
+    types.forEach(repoint);
     nextId = other.nextId;
     version = other.version;
     tableCorrupt = other.tableCorrupt;
@@ -125,17 +192,19 @@ int KVXProtocolIDMap::load() {
 }
 
 int KVXProtocolIDMap::lookupId(CharArray const &name) {
-    return findId(name, false);
+    return findId(name, false, nullptr);
 }
 
-int KVXProtocolIDMap::lookupOwnId(CharArray const &name) {
-    return findId(name, true);
+int KVXProtocolIDMap::lookupOwnId(CharArray const &name, int *vocabulary) {
+    return findId(name, true, vocabulary);
 }
 
-int KVXProtocolIDMap::findId(CharArray const &name, bool ownEntriesOnly) {
+int KVXProtocolIDMap::findId(CharArray const &name, bool ownEntriesOnly, int *vocabularyOut) {
     if (load() != 0)
         return 0;
     int const vocabulary = Internal::vocabularyId(name, Internal::TableElement);
+    if (vocabularyOut != nullptr)
+        *vocabularyOut = vocabulary;
     if (vocabulary != 0 && (isRecorded(vocabulary) || names.count(vocabulary) != 0))
         return vocabulary;
     int const alias = Internal::trieLookup(aliases, name);
@@ -171,7 +240,7 @@ int KVXProtocolIDMap::findId(CharArray const &name, bool ownEntriesOnly) {
 int KVXProtocolIDMap::intern(CharArray const &name, int tableKind) {
     if (load() != 0)
         return 0;
-    std::map<int, NameRef> &map = tableKind == Internal::TableType ? types : names;
+    NameRefMap &map = tableKind == Internal::TableType ? types : names;
     int const vocabulary = Internal::vocabularyId(name, tableKind);
     if (vocabulary != 0 &&
         ((&map == &names && isRecorded(vocabulary)) || map.count(vocabulary) != 0))
@@ -227,8 +296,8 @@ CharArray KVXProtocolIDMap::lookupName(int id) {
         return row;
     if (load() != 0)
         return emptyName();
-    auto const found = names.find(id);
-    return found != names.end() ? found->second.text() : emptyName();
+    NameRef const *const found = names.find(id);
+    return found != nullptr ? found->text() : emptyName();
 }
 
 CharArray KVXProtocolIDMap::lookupTypeName(int id) {
@@ -237,8 +306,8 @@ CharArray KVXProtocolIDMap::lookupTypeName(int id) {
         return row;
     if (load() != 0)
         return emptyName();
-    auto const found = types.find(id);
-    return found != types.end() ? found->second.text() : emptyName();
+    NameRef const *const found = types.find(id);
+    return found != nullptr ? found->text() : emptyName();
 }
 
 CharArray KVXProtocolIDMap::recordName(int id) {
@@ -246,9 +315,9 @@ CharArray KVXProtocolIDMap::recordName(int id) {
         return emptyName();
     if (load() != 0)
         return emptyName();
-    auto const found = names.find(id);
-    if (found != names.end())
-        return found->second.text();
+    NameRef const *const found = names.find(id);
+    if (found != nullptr)
+        return found->text();
     // A vocabulary id gets its entry too: the frame describes itself.
     CharArray const &row = vocabularyName(id);
     if (row.length == 0)
@@ -264,9 +333,9 @@ CharArray KVXProtocolIDMap::recordTypeName(int id) {
         return emptyName();
     if (load() != 0)
         return emptyName();
-    auto const found = types.find(id);
-    if (found != types.end())
-        return found->second.text();
+    NameRef const *const found = types.find(id);
+    if (found != nullptr)
+        return found->text();
     CharArray const &row = KVXDefaultMap::findTypeID(id);
     if (row.length == 0)
         return emptyName();
@@ -279,9 +348,8 @@ int KVXProtocolIDMap::addEntry(NameRef const &ref, int id, int tableKind) {
 }
 
 int KVXProtocolIDMap::writeEntry(NameRef const &ref, int id, int tableKind, Finding finding) {
-    std::map<int, NameRef> &map = tableKind == Internal::TableType ? types : names;
-    std::map<int, NameRef>::iterator const place = map.lower_bound(id);
-    if (place != map.end() && place->first == id)
+    NameRefMap &map = tableKind == Internal::TableType ? types : names;
+    if (map.find(id) != nullptr)
         return 0;
     NameRef stored = ref;
     bool written = false;
@@ -310,7 +378,7 @@ int KVXProtocolIDMap::writeEntry(NameRef const &ref, int id, int tableKind, Find
         stored.distance = static_cast<std::uint32_t>(owner->used) - textOffset;
         written = text.length != 0;
     }
-    map.emplace_hint(place, id, stored);
+    map.emplace(id, stored);
     if (written && &map == &names) {
         unsigned const index = static_cast<unsigned>(id) - static_cast<unsigned>(FirstCachedId);
         if (index < static_cast<unsigned>(CachedIdCount))

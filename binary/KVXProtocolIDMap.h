@@ -8,8 +8,10 @@
 
 #include <kvx/CharArray.h>
 
+#include <cstddef>
 #include <cstdint>
 #include <map>
+#include <vector>
 
 namespace KVX {
 
@@ -33,6 +35,51 @@ struct NameRef : public Internal::CharArray {
     unsigned long long distance;
 };
 
+// The map from id to NameRef of one space. Open addressing over a power-of-two
+// array of slots, with no erase: a document's names only grow until reset.
+// A reset keeps the slots, so a message parsing text after text allocates
+// none, where a node-based map allocated and freed one node per name.
+class NameRefMap {
+public:
+    std::size_t size() const { return filled; }
+    bool empty() const { return filled == 0; }
+    std::size_t count(int id) const { return find(id) != nullptr ? 1 : 0; }
+    NameRef const *find(int id) const;
+    NameRef *find(int id) {
+        return const_cast<NameRef *>(static_cast<NameRefMap const &>(*this).find(id));
+    }
+    // The reference under `id`; throws std::out_of_range when there is none.
+    NameRef const &at(int id) const;
+    // Adds `ref` under `id` unless the id is there; true when added.
+    bool emplace(int id, NameRef const &ref);
+    // Empty, keeping the slots unless there are many of them.
+    void clear();
+    // Calls `visit(id, ref)` for every entry, in no particular order.
+    template <typename Visit> void forEach(Visit visit) {
+        for (Slot &slot : slots) {
+            if (slot.full)
+                visit(slot.id, slot.ref);
+        }
+    }
+
+private:
+    struct Slot {
+        NameRef ref;
+        int id = 0;
+        bool full = false;
+    };
+    std::size_t home(int id) const {
+        // Fibonacci hashing: consecutive ids (the vocabulary's, the dynamic
+        // ones counting down) spread over the slots.
+        return static_cast<std::size_t>((static_cast<std::uint32_t>(id) * 2654435769u) >> shift);
+    }
+    void rehash(std::size_t slotCount);
+
+    std::vector<Slot> slots;
+    std::size_t filled = 0;
+    unsigned shift = 32;
+};
+
 class KVXProtocolIDMap {
 public:
     explicit KVXProtocolIDMap(KVXBinaryInternals *owner);
@@ -49,7 +96,8 @@ public:
     // The same, for a builder whose document this map has written alone since
     // its reset (the text parser): where the frame's table holds only entries
     // that the earlier steps find by their texts, it is not searched again.
-    int lookupOwnId(Internal::CharArray const &name);
+    // `vocabulary`, when given, receives the name's vocabulary id (or 0).
+    int lookupOwnId(Internal::CharArray const &name, int *vocabulary = nullptr);
     // The id of a name in the space of `tableKind`, allotting a dynamic id and
     // writing a name table entry where needed; 0 on a corrupt table or failure.
     int intern(Internal::CharArray const &name, int tableKind);
@@ -84,8 +132,8 @@ public:
     // 0, or -1 when the table is corrupt.
     int readNameTable(char const *frame, unsigned int length);
 
-    std::map<int, NameRef> names;
-    std::map<int, NameRef> types;
+    NameRefMap names;
+    NameRefMap types;
     int nextId;
     int version;
     KVXBinaryInternals *owner;
@@ -118,7 +166,7 @@ private:
     // known for the map's own writes, worked out for a caller's.
     enum Finding { FoundByName, NotFoundByName, CheckText };
     int writeEntry(NameRef const &ref, int id, int tableKind, Finding finding);
-    int findId(Internal::CharArray const &name, bool ownEntriesOnly);
+    int findId(Internal::CharArray const &name, bool ownEntriesOnly, int *vocabularyOut);
     // Adds the alias of a dynamic id just given to `name`.
     void addAlias(Internal::CharArray const &name, int id, int tableKind);
 };

@@ -100,7 +100,7 @@ int fillFromNameTable(KVXProtocolIDMap &map, char const *frame, std::uint32_t le
             ref.data = name.data;
             ref.length = name.length;
         }
-        std::map<int, NameRef> &target = entry.tableKind == TableType ? map.types : map.names;
+        NameRefMap &target = entry.tableKind == TableType ? map.types : map.names;
         target.emplace(entry.id, ref);
         // A later lookup by name must find the frame's id, not the vocabulary's.
         if (vocabularyId(name, entry.tableKind) != entry.id)

@@ -10,6 +10,7 @@
 #include "text/TextLimits.h"
 #include "text/TextWriter.h"
 #include "vocabulary/VocabularyConstants.h"
+#include "vocabulary/VocabularyTrie.h"
 
 #include <kvx/KVXBinary.h>
 
@@ -72,21 +73,6 @@ void skipSpace(char const *&text) {
     text = afterSpace(text);
 }
 
-// True when `text` starts with "</name>". The name holds no NUL, so the
-// comparison stops at the text's NUL at the latest and never reads behind the
-// end of the input.
-bool atEndTag(char const *text, CharArray const &name) {
-    if (text[0] != '<' || text[1] != '/')
-        return false;
-    std::size_t const length = static_cast<std::size_t>(name.length);
-    char const *const tag = text + 2;
-    for (std::size_t i = 0; i < length; ++i) {
-        if (tag[i] != name.data[i])
-            return false;
-    }
-    return tag[length] == '>';
-}
-
 // Equality of two texts of `length` bytes, both readable in full, by words
 // that overlap at the end instead of byte by byte: the loop's exit, which
 // depends on the length, would be mispredicted on nearly every name.
@@ -101,19 +87,44 @@ template <typename Word> bool sameEnds(char const *a, char const *b, std::size_t
            wordAt<Word>(a + length - sizeof(Word)) == wordAt<Word>(b + length - sizeof(Word));
 }
 
-bool sameText(char const *a, char const *b, std::size_t length) {
-    if (length >= 8) {
-        for (std::size_t i = 0; i + 8 < length; i += 8) {
-            if (wordAt<std::uint64_t>(a + i) != wordAt<std::uint64_t>(b + i))
-                return false;
-        }
-        return wordAt<std::uint64_t>(a + length - 8) == wordAt<std::uint64_t>(b + length - 8);
+bool sameLongText(char const *a, char const *b, std::size_t length) {
+    for (std::size_t i = 0; i + 8 < length; i += 8) {
+        if (wordAt<std::uint64_t>(a + i) != wordAt<std::uint64_t>(b + i))
+            return false;
     }
+    return wordAt<std::uint64_t>(a + length - 8) == wordAt<std::uint64_t>(b + length - 8);
+}
+
+// Names of up to 16 characters, nearly all of them, are compared without a
+// loop, which keeps this small enough to be inlined where names are compared.
+inline bool sameText(char const *a, char const *b, std::size_t length) {
+    if (length > 16)
+        return sameLongText(a, b, length);
+    if (length >= 8)
+        return sameEnds<std::uint64_t>(a, b, length);
     if (length >= 4)
         return sameEnds<std::uint32_t>(a, b, length);
     if (length >= 2)
         return sameEnds<std::uint16_t>(a, b, length);
     return length == 0 || a[0] == b[0];
+}
+
+// True when `text` starts with "</name>". `inputEnd` is the input's NUL.
+// Where the tag's bytes all lie before it, the name is compared by words;
+// otherwise byte by byte, which stops at the NUL at the latest, as the name
+// holds none: neither reads behind the end of the input.
+bool atEndTag(char const *text, CharArray const &name, char const *inputEnd) {
+    if (text[0] != '<' || text[1] != '/')
+        return false;
+    std::size_t const length = static_cast<std::size_t>(name.length);
+    char const *const tag = text + 2;
+    if (static_cast<std::size_t>(inputEnd - tag) > length)
+        return sameText(tag, name.data, length) && tag[length] == '>';
+    for (std::size_t i = 0; i < length; ++i) {
+        if (tag[i] != name.data[i])
+            return false;
+    }
+    return tag[length] == '>';
 }
 
 char const *findChar(CharArray const &view, char c) {
@@ -142,13 +153,28 @@ int TextParser::parse(char const *&text, BinaryPath &path) {
             parser.doc.closeRoom();
         }
     } finish{*this, path, false};
+    // The input's end lets end tags be compared by words (atEndTag).
+    inputEnd = text + std::strlen(text);
     int const result = parseElements(text, path);
     finish.done = result == 0;
     return result;
 }
 
 int TextParser::parseElements(char const *&text, BinaryPath &path) {
+    // The stack of open elements keeps its block from parse to parse on a
+    // thread: a small text would otherwise spend a fair share of its time
+    // growing it. A parse that finds the block taken starts a stack of its own.
+    static thread_local std::vector<Open> spare;
     std::vector<Open> open;
+    open.swap(spare);
+    open.clear();
+    struct GiveBack {
+        std::vector<Open> &open;
+        ~GiveBack() {
+            if (open.capacity() <= 1024)
+                spare.swap(open);
+        }
+    } giveBack{open};
     for (;;) {
         bool const skipping = !open.empty() && open.back().skipping;
         std::size_t const depth = open.size() + 1;
@@ -170,7 +196,7 @@ int TextParser::parseElements(char const *&text, BinaryPath &path) {
         // anything but a start tag (or a skipped piece of markup) fails.
         for (;;) {
             Open &current = open.back();
-            if (atEndTag(text, current.name)) {
+            if (atEndTag(text, current.name, inputEnd)) {
                 int result = close(text, path, current);
                 open.pop_back();
                 if (result != 0)
@@ -193,7 +219,9 @@ TextParser::Outcome TextParser::enter(char const *&text, BinaryPath &path, bool 
                                       std::size_t depth, Open &open) {
     char const *start = text;
     std::size_t mark = undo.size();
-    if (!skipping && !path.entries.empty()) {
+    // Below the first level the parent is an element that this parse opened:
+    // a sound node, untyped or a container, which needs no check per child.
+    if (!skipping && depth == 1 && !path.entries.empty()) {
         binary::Node parent = doc.node(path.entries.back().offset);
         if (!parent.fits())
             return Failed;
@@ -256,10 +284,17 @@ TextParser::Outcome TextParser::enter(char const *&text, BinaryPath &path, bool 
         } else {
             Leaf const leaf =
                 *text == '>' ? appendLeaf(text, path, id, name, hasPrefix, prefix) : NotLeaf;
-            if (leaf != NotLeaf)
-                return leaf == LeafDone ? Finished : Failed;
+            if (leaf != NotLeaf) {
+                if (leaf == LeafFailed)
+                    return Failed;
+                if (pending.length != 0)
+                    keepPendingName();
+                return Finished;
+            }
             if (appendNode(path, id, KindUntyped, nullptr, 0, false) != 0)
                 return Failed;
+            if (pending.length != 0)
+                keepPendingName();
         }
     }
 
@@ -412,7 +447,7 @@ TextParser::Outcome TextParser::enter(char const *&text, BinaryPath &path, bool 
         if (*text == '\0')
             return Failed;
         CharArray value;
-        if (atEndTag(text, name)) {
+        if (atEndTag(text, name, inputEnd)) {
             value = CharArray(valueStart, static_cast<unsigned long long>(text - valueStart));
         } else if (*text == '<') {
             if (text[1] == '/')
@@ -427,7 +462,7 @@ TextParser::Outcome TextParser::enter(char const *&text, BinaryPath &path, bool 
         } else {
             // Text content runs to the exact end tag; markup inside is text.
             char const *end = text;
-            while (!(*end == '<' && atEndTag(end, name))) {
+            while (!(*end == '<' && atEndTag(end, name, inputEnd))) {
                 if (*end == '\0')
                     return Failed;
                 ++end;
@@ -479,7 +514,7 @@ TextParser::Leaf TextParser::appendLeaf(char const *&text, BinaryPath &path, int
     char const *valueStart = text + 1;
     char const *end = valueStart;
     skipSpace(end);
-    if (*end == '<' && !atEndTag(end, name))
+    if (*end == '<' && !atEndTag(end, name, inputEnd))
         return NotLeaf; // child elements, or a stray end tag
     bool entity = false;
     for (;;) {
@@ -489,7 +524,7 @@ TextParser::Leaf TextParser::appendLeaf(char const *&text, BinaryPath &path, int
             return NotLeaf;
         if (*end == '&')
             entity = true;
-        else if (atEndTag(end, name))
+        else if (atEndTag(end, name, inputEnd))
             break;
         ++end; // markup inside text is text
     }
@@ -542,7 +577,8 @@ int TextParser::lookupElement(CharArray const &name) {
     // Most names of a packet come again and again. A name whose id the id map
     // gave from the vocabulary, and which the document has recorded, keeps that
     // id for the rest of the parse: the map finds a recorded vocabulary id
-    // before anything else, and nothing here takes a recorded name away. The
+    // before anything else, and nothing here takes a recorded name away. So
+    // does a name outside the vocabulary, once it has an id (below). The
     // cache is open addressing over a few slots, filled up to three quarters.
     std::size_t const length = static_cast<std::size_t>(name.length);
     std::size_t slot =
@@ -558,14 +594,38 @@ int TextParser::lookupElement(CharArray const &name) {
             return cached.id;
     }
     KVXProtocolIDMap &ids = doc.ids;
+    pending = CachedName{nullptr, 0, 0};
     // The document was reset for this parse and only this parse writes to it.
-    int const id = ids.lookupOwnId(name);
-    if (id != 0 && cachedNames < NameCacheSize * 3 / 4 && ids.isRecorded(id) &&
-        vocabularyId(name, TableElement) == id) {
-        nameCache[slot % NameCacheSize] = CachedName{name.data, length, id};
-        ++cachedNames;
+    int vocabulary = 0;
+    int const id = ids.lookupOwnId(name, &vocabulary);
+    // A name outside the vocabulary keeps an id that its alias gives and that
+    // `names` holds: an alias is never replaced (the first one stays) and no
+    // entry of `names` goes during a parse. An id that the map found in the
+    // frame's table instead is not kept, as a newer entry of the same text
+    // would be found there next time.
+    bool const keeps = vocabulary == 0 ? id != 0 && trieLookup(ids.aliases, name) == id
+                                       : vocabulary == id && ids.isRecorded(id);
+    if (id != 0 && cachedNames < NameCacheSize * 3 / 4) {
+        if (keeps) {
+            nameCache[slot % NameCacheSize] = CachedName{name.data, length, id};
+            ++cachedNames;
+        } else if (vocabulary == id) {
+            // A vocabulary name met for the first time is recorded by the
+            // append that follows; keepPendingName() caches it then.
+            pending = CachedName{name.data, length, id};
+            pendingSlot = slot % NameCacheSize;
+        }
     }
     return id;
+}
+
+void TextParser::keepPendingName() {
+    // Nothing has entered the cache since the lookup, so the slot is free.
+    if (doc.ids.isRecorded(pending.id)) {
+        nameCache[pendingSlot] = pending;
+        ++cachedNames;
+    }
+    pending = CachedName{nullptr, 0, 0};
 }
 
 int TextParser::close(char const *&text, BinaryPath &path, Open const &open) {

@@ -98,6 +98,9 @@ private:
     // lookupId of the id map, answered from a small cache for the names that
     // keep their id (see the definition).
     int lookupElement(CharArray const &name);
+    // Caches the name that lookupElement left pending, once its append has
+    // recorded it.
+    void keepPendingName();
     // A new dynamic element id for `name`, with its name table entry; 0 when
     // the entry cannot be added.
     int allotElementId(CharArray const &name);
@@ -124,6 +127,9 @@ private:
     int policy;
     CachedName nameCache[NameCacheSize] = {};
     std::size_t cachedNames = 0;
+    char const *inputEnd = nullptr; // the NUL of the text being parsed
+    CachedName pending = {};
+    std::size_t pendingSlot = 0;
     Scope scope;
     std::vector<Undo> undo;
 };

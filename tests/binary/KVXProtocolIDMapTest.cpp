@@ -14,6 +14,7 @@
 
 #include <climits>
 #include <cstring>
+#include <stdexcept>
 #include <string>
 
 using namespace KVX;
@@ -258,4 +259,73 @@ TEST(KVXProtocolIDMap, CounterAtTheBottomOfItsRangeStopsAllotting) {
     int const used = doc.used;
     EXPECT_EQ(doc.ids.intern(CharArray("more"), TableElement), 0); // meets the id in use
     EXPECT_EQ(doc.used, used);
+}
+
+TEST(NameRefMap, KeepsEveryIdThroughGrowth) {
+    NameRefMap map;
+    EXPECT_TRUE(map.empty());
+    EXPECT_EQ(map.find(5), nullptr);
+    // Dynamic element ids, 16-bit ids and vocabulary ids side by side.
+    static char const texts[] = "abcdefghij";
+    for (int i = 0; i < 3000; ++i) {
+        int const id = i % 3 == 0 ? -2 - i : i % 3 == 1 ? 0xFFFF - i : 201 + i;
+        EXPECT_TRUE(map.emplace(id, NameRef(texts + i % 10, 1)));
+    }
+    EXPECT_EQ(map.size(), 3000u);
+    for (int i = 0; i < 3000; ++i) {
+        int const id = i % 3 == 0 ? -2 - i : i % 3 == 1 ? 0xFFFF - i : 201 + i;
+        ASSERT_EQ(map.count(id), 1u) << id;
+        EXPECT_EQ(map.at(id).data, texts + i % 10);
+    }
+    EXPECT_EQ(map.count(0), 0u);
+    EXPECT_EQ(map.count(INT_MIN), 0u);
+}
+
+TEST(NameRefMap, EmplaceOfAKnownIdKeepsTheFirstReference) {
+    NameRefMap map;
+    EXPECT_TRUE(map.emplace(-2, NameRef("first", 5)));
+    EXPECT_FALSE(map.emplace(-2, NameRef("second", 6)));
+    EXPECT_EQ(map.size(), 1u);
+    EXPECT_EQ(map.at(-2).text().str(), "first");
+}
+
+TEST(NameRefMap, AtOfAMissingIdThrows) {
+    NameRefMap map;
+    EXPECT_THROW(map.at(201), std::out_of_range);
+    map.emplace(201, NameRef("x", 1));
+    EXPECT_THROW(map.at(202), std::out_of_range);
+}
+
+TEST(NameRefMap, ClearForgetsEveryIdAndTakesNewOnes) {
+    for (int count : {10, 2000}) { // slots kept, and slots given back
+        NameRefMap map;
+        for (int id = 0; id < count; ++id)
+            map.emplace(-2 - id, NameRef("n", 1));
+        map.clear();
+        EXPECT_TRUE(map.empty());
+        for (int id = 0; id < count; ++id)
+            ASSERT_EQ(map.find(-2 - id), nullptr);
+        EXPECT_TRUE(map.emplace(-3, NameRef("m", 1)));
+        EXPECT_EQ(map.size(), 1u);
+        EXPECT_EQ(map.at(-3).text().str(), "m");
+    }
+}
+
+TEST(KVXProtocolIDMap, CopyFromRepointsEveryNameOfALargeMap) {
+    KVXBinaryInternals doc;
+    BinaryPath path;
+    ASSERT_EQ(makeDocument(doc, Packet, path), 0);
+    for (int i = 0; i < 100; ++i) {
+        std::string const name = "name" + std::to_string(i);
+        ASSERT_EQ(doc.ids.intern(CharArray(name.data(), name.size()), TableElement), -2 - i);
+    }
+    KVXBinaryInternals *copy = doc.deepCopy();
+    ASSERT_NE(copy, nullptr);
+    EXPECT_EQ(copy->ids.names.size(), doc.ids.names.size());
+    for (int i = 0; i < 100; ++i) {
+        ASSERT_EQ(copy->ids.names.at(-2 - i).owner, copy);
+        EXPECT_EQ(copy->ids.lookupName(-2 - i).str(), "name" + std::to_string(i));
+    }
+    EXPECT_EQ(copy->ids.names.at(Packet).owner, copy);
+    delete copy;
 }

@@ -776,3 +776,60 @@ TEST(TextParser, DepthBoundHoldsInsideAnUnknownPart) {
     std::string past = "<x:a>" + nested(inner + 1) + "</x:a>";
     EXPECT_EQ(-1, parseUnknown(past.c_str(), 0).result);
 }
+
+// Repeated names are answered from a cache in the parser. A type named like
+// an element finds the element's alias taken, and the element keeps its id.
+TEST(TextParser, TypeNamedLikeAnElementLeavesTheElementsId) {
+    Parsed parsed = parse(std::string("<packet xmlns:xsi=\"") + XsiUri +
+                          "\"><x>1</x><x>2</x><node xsi:type=\"x\"/><x>3</x><x>4</x></packet>");
+    EXPECT_EQ(0, parsed.result);
+    ASSERT_EQ(6u, parsed.nodes.size());
+    // The schema-instance URI took -2, x -3 and the type 0xFFFC (-4).
+    EXPECT_EQ(-3, parsed.nodes[1].id);
+    EXPECT_EQ(-3, parsed.nodes[2].id);
+    EXPECT_EQ(0xFFFCu, parsed.nodes[3].kind);
+    EXPECT_EQ(-3, parsed.nodes[4].id);
+    EXPECT_EQ(-3, parsed.nodes[5].id);
+    EXPECT_EQ(z("4"), parsed.nodes[5].value);
+}
+
+// A name whose alias names a type is found in the frame's table, newest entry
+// first, so each namespace of that text declared in between gives the next
+// element of that name the namespace's id: no cached id may hide that.
+TEST(TextParser, NameFoundInTheTableFollowsNewerEntriesOfItsText) {
+    Parsed parsed = parse(std::string("<packet xmlns:xsi=\"") + XsiUri +
+                          "\"><node xsi:type=\"x\"/><node xmlns:p=\"x\"/><x>1</x>"
+                          "<node xmlns:q=\"x\"/><x>2</x></packet>");
+    EXPECT_EQ(0, parsed.result);
+    ASSERT_EQ(6u, parsed.nodes.size());
+    // -2 the schema-instance URI, 0xFFFD the type, 0xFFFC and 0xFFFB the
+    // namespaces of the text "x".
+    EXPECT_EQ(0xFFFDu, parsed.nodes[1].kind);
+    EXPECT_EQ(0xFFFC, parsed.nodes[3].id);
+    EXPECT_EQ(0xFFFB, parsed.nodes[5].id);
+}
+
+TEST(TextParser, VocabularyNamesKeepTheirIdsWhenRepeated) {
+    Parsed parsed = parse("<packet><node>1</node><node><node>2</node></node><node/></packet>");
+    EXPECT_EQ(0, parsed.result);
+    ASSERT_EQ(5u, parsed.nodes.size());
+    for (std::size_t i = 1; i < 5; ++i)
+        EXPECT_EQ(NodeId, parsed.nodes[i].id);
+    EXPECT_EQ(Packet, parsed.nodes[0].id);
+}
+
+// End tags are compared by words where the whole tag lies before the input's
+// end, and byte by byte where it may not: both find the same tags.
+TEST(TextParser, EndTagsAreFoundUpToTheLastByteOfTheInput) {
+    std::string const name = "averyveryverylongname1"; // longer than two words
+    Parsed whole = parse("<" + name + ">v</averyveryverylongname2></" + name + ">");
+    EXPECT_EQ(0, whole.result);
+    ASSERT_EQ(1u, whole.nodes.size());
+    EXPECT_EQ(z("v</averyveryverylongname2>"), whole.nodes[0].value);
+    EXPECT_EQ(-1, resultOf("<" + name + ">v</" + name));
+    EXPECT_EQ(-1, resultOf("<" + name + ">v</averyveryverylongname"));
+    EXPECT_EQ(-1, resultOf("<packet>v</packet"));
+    EXPECT_EQ(0, resultOf("<packet>v</packet>"));
+    EXPECT_EQ(0, resultOf("<packet><x>1</x></packet>"));
+    EXPECT_EQ(-1, resultOf("<packet><x>1</x></packe"));
+}
