@@ -6,6 +6,7 @@
 #include <kvx/KVXSoapConverter.h>
 
 #include "soap/KVXSoapConverterState.h"
+#include "soap/TextReplace.h"
 #include "vocabulary/NamespaceBase.h"
 
 #include <cstdio>
@@ -25,26 +26,6 @@ constexpr int NameId = 1026;
 constexpr int TextVersion = 40500;
 
 char const UnsupportedVersion[] = "Unsupported soap version";
-
-// Replaces every occurrence of `from`, case-sensitively, going on behind each
-// replacement. Built in one pass: the text behind a replacement is the text
-// behind its match.
-void replaceAll(std::string &text, std::string_view from, std::string_view to) {
-    std::string::size_type position = text.find(from.data(), 0, from.size());
-    if (position == std::string::npos)
-        return;
-    std::string result;
-    result.reserve(text.size() + 64);
-    std::string::size_type read = 0;
-    while (position != std::string::npos) {
-        result.append(text, read, position - read);
-        result.append(to.data(), to.size());
-        read = position + from.size();
-        position = text.find(from.data(), read, from.size());
-    }
-    result.append(text, read, std::string::npos);
-    text.swap(result);
-}
 
 // The namespace base: host, "/webservices/kvx/", the version segment and "/".
 std::string namespaceBase(int number) {
@@ -176,8 +157,8 @@ int KVXSoapConverter::kvxmsgToSoap(KVXMessage &message, SoapVersion version,
     std::string header = text;
     std::free(text);
     std::string const packetHeader = "<packet_header xmlns=\"" + base + "protocol\"";
-    replaceAll(header, "<packet", packetHeader);
-    replaceAll(header, "/packet>", "/packet_header>");
+    Internal::replaceAll(header, "<packet", packetHeader);
+    Internal::replaceAll(header, "/packet>", "/packet_header>");
     delete cursor;
 
     if (error) {

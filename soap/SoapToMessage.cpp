@@ -6,6 +6,7 @@
 #include <kvx/KVXSoapConverter.h>
 
 #include "soap/KVXSoapConverterState.h"
+#include "soap/TextReplace.h"
 #include "vocabulary/VocabularyConstants.h"
 
 #include <cctype>
@@ -42,25 +43,6 @@ std::string lowerCase(std::string text) {
     for (char &c : text)
         c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
     return text;
-}
-
-// Replaces every occurrence of `from`, going on behind each replacement. Built
-// in one pass: the text behind a replacement is the text behind its match.
-void replaceAll(istring &text, istring_view from, istring_view to) {
-    istring_view::size_type position = istring_view(text).find(from);
-    if (position == istring_view::npos)
-        return;
-    istring result;
-    result.reserve(text.size());
-    istring_view::size_type read = 0;
-    while (position != istring_view::npos) {
-        result.append(text, read, position - read);
-        result.append(to.data(), to.size());
-        read = position + from.size();
-        position = istring_view(text).find(from, read);
-    }
-    result.append(text, read, istring::npos);
-    text.swap(result);
 }
 
 // "4.5.0" gives 40500: digits build a number, any other character shifts the
@@ -138,7 +120,7 @@ int KVXSoapConverter::convertHeader(char const *header, KVXMessage &message) {
     }
     // Only the element is copied, as the text that is rewritten.
     istring work(header + start, end - start);
-    replaceAll(work, "packet_header", "packet");
+    Internal::replaceAll(work, "packet_header", "packet");
     removeNamespaces(work);
     KVX_ASSERT(!work.empty()); // the element holds at least "<packet"
     if (work.size() >= 2 && work.compare(work.size() - 2, 2, "/>") == 0)
