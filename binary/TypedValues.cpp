@@ -136,96 +136,79 @@ int writeAt(KVXMessageIterator &cursor, BinaryPath &path, std::string const &whe
     return result;
 }
 
+// A number read by id: the child is found, a value of at least one byte is
+// converted by `convert` (whose answer is the result), and a child read brings
+// the cursor back to where it stood. A node without a value gives -1.
+template <typename Convert>
+int readNumber(KVXBinaryIterator const &cursor, KVXBinaryInternals const &internals,
+               BinaryPath const &path, int id, Convert convert) {
+    if (cursor.seek(id) != 0)
+        return -1;
+    Leaf node;
+    int result = -1;
+    if (valueNode(internals, path, node) && node.size() > 0)
+        result = convert(node);
+    if (id != 0)
+        cursor.seekUp();
+    return result;
+}
+
+// A stored number of `width` bytes is read only when the value holds them.
+template <typename Load> int loadFixed(Leaf const &node, std::uint32_t width, Load load) {
+    if (node.size() < width)
+        return -1;
+    load();
+    return 0;
+}
+
 } // namespace
 
 // --- getters by id --------------------------------------------------------
 
 int KVXBinaryIterator::getValue(int &value, int id) const {
-    if (seek(id) != 0)
-        return -1;
-    int result = -1;
-    Leaf node;
-    if (valueNode(doc(), path, node) && node.size() > 0) {
-        result = 0;
+    return readNumber(*this, doc(), path, id, [&value](Leaf const &node) {
         switch (node.kind()) {
         case Internal::KindUntyped:
         case Internal::KindString:
             value = textToInt(ValueText(node).c_str());
-            break;
+            return 0;
         case Internal::KindInt:
-            if (node.size() >= 4)
-                value = Internal::loadInt32(node.value());
-            else
-                result = -1;
-            break;
+            return loadFixed(node, 4, [&] { value = Internal::loadInt32(node.value()); });
         default:
-            result = -1;
+            return -1;
         }
-    }
-    if (id != 0)
-        seekUp();
-    return result;
+    });
 }
 
 int KVXBinaryIterator::getValueLongLong(__int64 &value, int id) const {
-    if (seek(id) != 0)
-        return -1;
-    int result = -1;
-    Leaf node;
-    if (valueNode(doc(), path, node) && node.size() > 0) {
-        result = 0;
+    return readNumber(*this, doc(), path, id, [&value](Leaf const &node) {
         switch (node.kind()) {
         case Internal::KindUntyped:
         case Internal::KindString:
             // sscanf answers 1, 0 for no number, EOF for nothing but blanks.
-            result = std::sscanf(ValueText(node).c_str(), "%lld", &value) - 1;
-            break;
+            return std::sscanf(ValueText(node).c_str(), "%lld", &value) - 1;
         case Internal::KindInt:
-            if (node.size() >= 4)
-                value = Internal::loadInt32(node.value());
-            else
-                result = -1;
-            break;
+            return loadFixed(node, 4, [&] { value = Internal::loadInt32(node.value()); });
         case Internal::KindLongLong:
-            if (node.size() >= 8)
-                value = Internal::loadInt64(node.value());
-            else
-                result = -1;
-            break;
+            return loadFixed(node, 8, [&] { value = Internal::loadInt64(node.value()); });
         default:
-            result = -1;
+            return -1;
         }
-    }
-    if (id != 0)
-        seekUp();
-    return result;
+    });
 }
 
 int KVXBinaryIterator::getValueDouble(double &value, int id) const {
-    if (seek(id) != 0)
-        return -1;
-    int result = -1;
-    Leaf node;
-    if (valueNode(doc(), path, node) && node.size() > 0) {
-        result = 0;
+    return readNumber(*this, doc(), path, id, [&value](Leaf const &node) {
         switch (node.kind()) {
         case Internal::KindUntyped:
         case Internal::KindString:
-            result = std::sscanf(ValueText(node).c_str(), "%lf", &value) - 1;
-            break;
+            return std::sscanf(ValueText(node).c_str(), "%lf", &value) - 1;
         case Internal::KindDouble:
-            if (node.size() >= 8)
-                value = Internal::loadDouble(node.value());
-            else
-                result = -1;
-            break;
+            return loadFixed(node, 8, [&] { value = Internal::loadDouble(node.value()); });
         default:
-            result = -1;
+            return -1;
         }
-    }
-    if (id != 0)
-        seekUp();
-    return result;
+    });
 }
 
 int KVXBinaryIterator::getValue(std::string &value, int id) const {
