@@ -65,6 +65,33 @@ public:
     // `path` as it was: the element "<name>text</name>" of a parse. While room
     // is open its common case is decided and written here in one short pass.
     int appendTextAtEnd(BinaryPath &path, int id, char const *value, std::uint32_t length);
+    // What the last quickAppend left of the frame. While the buffer, its
+    // capacity, `used`, the room and the end of the root section are as it
+    // left them, no other operation has edited the frame, and the checks of
+    // the frame as a whole that an earlier call made still hold.
+    struct QuickState {
+        char const *buffer = nullptr;
+        int capacity = 0;
+        int used = 0;
+        std::uint32_t room = 0;
+        std::uint32_t rootEnd = 0; // 0: nothing checked yet
+        std::uint32_t rootSize = 0;
+        unsigned format = 0;
+    };
+    // appendAtEnd of a KindUntyped element for a builder that appends many in
+    // a row, where it writes into the room without growing: a leaf holding
+    // `value` and a NUL (`leaf`; `path` is left as it was), or an element
+    // without a value, which is pushed on `path`. The same bytes as
+    // appendAtEnd; false, with nothing changed, where appendAtEnd must run.
+    // Inline (binary/QuickAppend.h): a parse runs it once per element.
+    [[gnu::always_inline]] bool quickAppend(QuickState &state, BinaryPath &path, int id,
+                                            char const *value, std::uint32_t length, bool leaf);
+    // Gives the container at `offset` its size as settleAtEnd does, where the
+    // last quickAppend left the frame as it is. False, with nothing changed,
+    // where settleAtEnd must run. Inline as quickAppend.
+    [[gnu::always_inline]] bool quickSettle(QuickState const &state, std::uint32_t offset);
+    // The checks of the frame as a whole behind quickAppend; fills `state`.
+    bool checkQuickState(QuickState &state) const;
     // Gives the container at `offset`, an entry opened by appendAtEnd and not
     // closed since, the size that reaches the end of the root section. Any
     // other node is left as it is.

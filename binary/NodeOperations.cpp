@@ -4,6 +4,7 @@
 // ancestors' sizes; every offset is checked against the root section and `used`
 // first, so a damaged frame or stale path is refused. Not thread-safe.
 #include "binary/KVXBinaryInternals.h"
+#include "binary/QuickAppend.h"
 
 #include "binary/VersionText.h"
 #include "binary/WireFormat.h"
@@ -419,67 +420,30 @@ int KVXBinaryInternals::appendAtEnd(BinaryPath &path, int id, unsigned short kin
     return ids.recordsName(id) ? 0 : -1;
 }
 
+bool KVXBinaryInternals::checkQuickState(QuickState &state) const {
+    // Room open in a sound frame with a root, whose table lies at the top of
+    // the buffer: the state that appendAtEnd keeps while a parse builds.
+    Geometry frame;
+    if (room == 0 || ids.tableCorrupt || !readGeometry(*this, frame) || frameIsEmpty(buffer) ||
+        static_cast<std::uint64_t>(frame.rootEnd) + room + nameTableSize(buffer) !=
+            static_cast<std::uint64_t>(used) ||
+        frame.rootEnd < RootOffset + LongHeaderSize)
+        return false;
+    state.buffer = buffer;
+    state.capacity = capacity;
+    state.used = used;
+    state.room = room;
+    state.rootEnd = frame.rootEnd;
+    state.rootSize = load32(buffer + RootOffset + 8);
+    state.format = frame.format;
+    return true;
+}
+
 int KVXBinaryInternals::appendTextAtEnd(BinaryPath &path, int id, char const *value,
                                         std::uint32_t length) {
-    // The checks of appendAtEnd, read straight from the head and the root, for
-    // the case where it would write into the room: a sound frame that keeps
-    // room for the node without growing, a container as the parent, and an
-    // element whose name is recorded. Anything else takes appendAtEnd.
-    if (room != 0 && !path.entries.empty() && path.entries.front().offset == RootOffset &&
-        static_cast<unsigned>(id) > static_cast<unsigned>(LastAttributeId) && !ids.tableCorrupt &&
-        ids.isRecorded(id) && length < UINT32_MAX) {
-        std::uint32_t const flags = frameFlags(buffer);
-        unsigned const format = flags >> FormatShift;
-        std::uint32_t const rootSize = load32(buffer + RootOffset + 8);
-        std::uint64_t const rootEnd =
-            RootOffset + Internal::nodeSize(rootSize, load16(buffer + RootOffset + 4), format);
-        std::uint32_t const valueSize = length + 1;
-        std::uint64_t const nodeBytes = Internal::nodeSize(valueSize, KindUntyped, format);
-        std::uint32_t const parent = path.entries.back().offset;
-        std::less<char const *> const before;
-        bool const fits =
-            (flags & FlagEmpty) == 0 &&
-            rootEnd + room + (flags & NameTableMask) == static_cast<std::uint64_t>(used) &&
-            room >= nodeBytes &&
-            static_cast<std::uint64_t>(capacity) >
-                static_cast<std::uint64_t>(frameLength()) + nodeBytes &&
-            rootSize + nodeBytes <= UINT32_MAX && parent >= RootOffset &&
-            parent + LongHeaderSize <= rootEnd &&
-            (value == nullptr || before(value, buffer) || !before(value, buffer + capacity));
-        // The parent is a container, or an element without a value that is
-        // the last node: the first child makes it a container in place.
-        unsigned const parentKind = fits ? load16(buffer + parent + 4) : unsigned{KindUntyped};
-        std::uint64_t const parentBytes =
-            fits ? Internal::nodeSize(load32(buffer + parent + 8), parentKind, format) : 0;
-        bool const convert = fits && !isContainerKind(parentKind);
-        if (fits && parent + parentBytes <= rootEnd &&
-            (!convert || (parentKind == KindUntyped && parentBytes == LongHeaderSize &&
-                          parent + LongHeaderSize == rootEnd))) {
-            if (convert) {
-                store16(buffer + parent + 4, KindStructure);
-                store32(buffer + parent + 8, 0);
-            }
-            std::uint32_t const position = static_cast<std::uint32_t>(rootEnd);
-            unsigned short ns = load16(buffer + parent + 6);
-            if (!path.namespaces.empty())
-                ns = static_cast<unsigned short>(
-                    static_cast<std::uint32_t>(path.namespaces.back()) & 0xFFFFu);
-            char *const at = buffer + position;
-            // Cleared as appendAtEnd clears it in the room; the value covers the rest.
-            std::memset(at, 0, 16);
-            std::memset(at + nodeBytes - 8, 0, 8);
-            store32(at, static_cast<std::uint32_t>(id));
-            store16(at + 6, ns);
-            store32(at + 8, valueSize);
-            if (value != nullptr && length != 0)
-                std::memcpy(at + headerSize(valueSize, KindUntyped), value, length);
-            // A root made a container here starts from size 0, as in appendAtEnd.
-            std::uint32_t const rootBefore = convert && parent == RootOffset ? 0 : rootSize;
-            store32(buffer + RootOffset + 8, rootBefore + static_cast<std::uint32_t>(nodeBytes));
-            room -= static_cast<std::uint32_t>(nodeBytes);
-            return 0;
-        }
-    }
+    QuickState state;
+    if (quickAppend(state, path, id, value, length, true))
+        return 0;
     int const result = appendAtEnd(path, id, KindUntyped, value, length, true);
     if (result == 0)
         path.entries.pop_back();

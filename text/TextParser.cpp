@@ -6,6 +6,7 @@
 
 #include "binary/KVXBinaryInternals.h"
 #include "binary/NameTable.h"
+#include "binary/QuickAppend.h"
 #include "text/Entities.h"
 #include "text/TextLimits.h"
 #include "text/TextWriter.h"
@@ -210,9 +211,78 @@ int TextParser::parseElements(char const *&text, BinaryPath &path) {
             }
             if (*text != '<' || text[1] == '/')
                 return -1;
-            break;
+            Quick const quickly = quickElement(text, path, open);
+            if (quickly == NotQuick)
+                break;
+            if (quickly == QuickLeaf) {
+                skipSpace(text);
+                if (*text == '\0')
+                    return -1;
+            }
         }
     }
+}
+
+TextParser::Quick TextParser::quickElement(char const *&text, BinaryPath &path,
+                                           std::vector<Open> &open) {
+    // What enter() and appendLeaf() would do for these two elements, step for
+    // step, less what cannot happen to them: no attribute, prefix, declaration
+    // or entity, a name whose id is cached (so recorded, and nothing pending),
+    // and below the first level (the parent is sound).
+    if (open.back().skipping || open.size() >= MaxTextDepth)
+        return NotQuick;
+    char const *const start = text;
+    char const *const nameStart = start + 1;
+    char const *nameEnd = nameStart;
+    while (!inClass(*nameEnd, NameEnd))
+        ++nameEnd;
+    std::size_t const length = static_cast<std::size_t>(nameEnd - nameStart);
+    if (*nameEnd != '>' || length == 0 || length > MaxNameLength || *nameStart == '!' ||
+        *nameStart == '?')
+        return NotQuick;
+    int const id = cachedId(nameStart, length);
+    if (id == 0)
+        return NotQuick;
+    CharArray const name(nameStart, static_cast<unsigned long long>(length));
+    char const *const valueStart = nameEnd + 1;
+    char const *end = valueStart;
+    while (!inClass(*end, TextStop))
+        ++end;
+    if (*end != '<')
+        return NotQuick; // an entity, or the end of the input
+    std::uint64_t const frameLength = static_cast<std::uint64_t>(doc.frameLength());
+    if (atEndTag(end, name, inputEnd)) {
+        std::size_t const valueLength = static_cast<std::size_t>(end - valueStart);
+        // appendLeaf's limits, so that the same texts take the same way.
+        constexpr std::size_t Slack = 1024;
+        if (!fitsTextLimit(frameLength, valueLength + MaxNameLength + 64 + Slack) ||
+            static_cast<std::uint64_t>(valueLength) + Slack >=
+                static_cast<std::uint64_t>(doc.capacity) ||
+            !doc.quickAppend(quick, path, id, valueStart, static_cast<std::uint32_t>(valueLength),
+                             true))
+            return NotQuick;
+        text = end + length + 3;
+        return QuickLeaf;
+    }
+    // Only blanks may stand between the tag and the child's start tag; other
+    // text in front of markup is the value of a leaf.
+    if (afterSpace(valueStart) != end || end[1] == '/' ||
+        !fitsTextLimit(frameLength, MaxNameLength + 64) ||
+        !doc.quickAppend(quick, path, id, nullptr, 0, false))
+        return NotQuick;
+    // The namespace in force, set again as setElementNamespace does.
+    if (!path.namespaces.empty())
+        doc.setNamespace(path, path.namespaces.back());
+    open.emplace_back();
+    Open &opened = open.back();
+    opened.start = start;
+    opened.name = name;
+    opened.pushed = false;
+    opened.unknownTop = false;
+    opened.skipping = false;
+    opened.mark = undo.size();
+    text = end;
+    return QuickOpened;
 }
 
 TextParser::Outcome TextParser::enter(char const *&text, BinaryPath &path, bool skipping,
@@ -573,26 +643,35 @@ TextParser::Leaf TextParser::appendLeaf(char const *&text, BinaryPath &path, int
     return LeafDone;
 }
 
+inline std::size_t TextParser::findSlot(char const *name, std::size_t length) const {
+    // Open addressing over a few slots, filled up to three quarters, so that
+    // the probe meets an empty slot at the latest.
+    std::size_t slot =
+        (static_cast<unsigned char>(name[0]) * 0x9E37u +
+         static_cast<unsigned char>(name[length / 2]) * 0x85EBu +
+         static_cast<unsigned char>(name[length - 1]) * 0xC2B2u + length * 0x27D4u) >>
+        5;
+    for (;; ++slot) {
+        CachedName const &cached = nameCache[slot % NameCacheSize];
+        if (cached.length == 0 || (cached.length == length && sameText(cached.data, name, length)))
+            return slot % NameCacheSize;
+    }
+}
+
+inline int TextParser::cachedId(char const *name, std::size_t length) const {
+    return nameCache[findSlot(name, length)].id; // an empty slot holds id 0
+}
+
 int TextParser::lookupElement(CharArray const &name) {
     // Most names of a packet come again and again. A name whose id the id map
     // gave from the vocabulary, and which the document has recorded, keeps that
     // id for the rest of the parse: the map finds a recorded vocabulary id
     // before anything else, and nothing here takes a recorded name away. So
-    // does a name outside the vocabulary, once it has an id (below). The
-    // cache is open addressing over a few slots, filled up to three quarters.
+    // does a name outside the vocabulary, once it has an id (below).
     std::size_t const length = static_cast<std::size_t>(name.length);
-    std::size_t slot =
-        (static_cast<unsigned char>(name.data[0]) * 0x9E37u +
-         static_cast<unsigned char>(name.data[length / 2]) * 0x85EBu +
-         static_cast<unsigned char>(name.data[length - 1]) * 0xC2B2u + length * 0x27D4u) >>
-        5;
-    for (;; ++slot) {
-        CachedName const &cached = nameCache[slot % NameCacheSize];
-        if (cached.length == 0)
-            break;
-        if (cached.length == length && sameText(cached.data, name.data, length))
-            return cached.id;
-    }
+    std::size_t const slot = findSlot(name.data, length);
+    if (nameCache[slot].length != 0)
+        return nameCache[slot].id;
     KVXProtocolIDMap &ids = doc.ids;
     pending = CachedName{nullptr, 0, 0};
     // The document was reset for this parse and only this parse writes to it.
@@ -607,13 +686,13 @@ int TextParser::lookupElement(CharArray const &name) {
                                        : vocabulary == id && ids.isRecorded(id);
     if (id != 0 && cachedNames < NameCacheSize * 3 / 4) {
         if (keeps) {
-            nameCache[slot % NameCacheSize] = CachedName{name.data, length, id};
+            nameCache[slot] = CachedName{name.data, length, id};
             ++cachedNames;
         } else if (vocabulary == id) {
             // A vocabulary name met for the first time is recorded by the
             // append that follows; keepPendingName() caches it then.
             pending = CachedName{name.data, length, id};
-            pendingSlot = slot % NameCacheSize;
+            pendingSlot = slot;
         }
     }
     return id;
@@ -696,7 +775,9 @@ int TextParser::appendNode(BinaryPath &path, int id, unsigned short kind, char c
 }
 
 void TextParser::leave(BinaryPath &path) {
-    doc.settleAtEnd(path.entries.back().offset);
+    std::uint32_t const offset = path.entries.back().offset;
+    if (!doc.quickSettle(quick, offset))
+        doc.settleAtEnd(offset);
     path.entries.pop_back();
 }
 
@@ -757,6 +838,11 @@ void TextParser::declare(CharArray const &prefix, int id) {
 }
 
 void TextParser::undoTo(std::size_t mark) {
+    if (undo.size() > mark)
+        undoDeclarations(mark);
+}
+
+void TextParser::undoDeclarations(std::size_t mark) {
     while (undo.size() > mark) {
         Undo const &last = undo.back();
         if (last.existed)

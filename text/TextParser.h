@@ -6,6 +6,8 @@
 #ifndef KVX_TEXT_TEXTPARSER_H
 #define KVX_TEXT_TEXTPARSER_H
 
+#include "binary/KVXBinaryInternals.h"
+
 #include <kvx/BinaryPath.h>
 #include <kvx/CharArray.h>
 
@@ -17,7 +19,6 @@
 namespace KVX {
 
 class KVXBinary;
-class KVXBinaryInternals;
 
 namespace Internal {
 
@@ -87,6 +88,14 @@ private:
     // nothing changed, where the general path must run.
     Leaf appendLeaf(char const *&text, BinaryPath &path, int id, CharArray const &name,
                     bool hasPrefix, CharArray const &prefix);
+    enum Quick { NotQuick, QuickLeaf, QuickOpened };
+    // The two elements that make up nearly all of a packet, read in one short
+    // pass where the general path gives the same nodes: "<name>text</name>"
+    // and "<name>" followed by a child's start tag, for a name in the cache,
+    // without attributes, entities or markup, with room in the frame. `text`
+    // is at a start tag inside the innermost of `open`. QuickOpened pushes the
+    // element on `open`; NotQuick reads and changes nothing.
+    Quick quickElement(char const *&text, BinaryPath &path, std::vector<Open> &open);
     // The end of an element that had child elements; `text` is at its end tag.
     int close(char const *&text, BinaryPath &path, Open const &open);
     // Sets the element's namespace from its prefix or the default in force.
@@ -98,6 +107,10 @@ private:
     // lookupId of the id map, answered from a small cache for the names that
     // keep their id (see the definition).
     int lookupElement(CharArray const &name);
+    // The cache's slot that holds a name, or the empty one where it would go;
+    // and the id that the cache holds for a name, 0 for none.
+    std::size_t findSlot(char const *name, std::size_t length) const;
+    int cachedId(char const *name, std::size_t length) const;
     // Caches the name that lookupElement left pending, once its append has
     // recorded it.
     void keepPendingName();
@@ -113,7 +126,10 @@ private:
     int appendNode(BinaryPath &path, int id, unsigned short kind, char const *value,
                    std::size_t length, bool terminate);
     void declare(CharArray const &prefix, int id);
+    // Takes back the declarations made since `mark`; inline, as most
+    // elements declare nothing.
     void undoTo(std::size_t mark);
+    void undoDeclarations(std::size_t mark);
 
     // A name of the input text and its id.
     struct CachedName {
@@ -129,6 +145,7 @@ private:
     std::size_t cachedNames = 0;
     char const *inputEnd = nullptr; // the NUL of the text being parsed
     CachedName pending = {};
+    KVXBinaryInternals::QuickState quick; // of the quick appends (quickElement)
     std::size_t pendingSlot = 0;
     Scope scope;
     std::vector<Undo> undo;

@@ -1,0 +1,139 @@
+// KVXBinaryInternals::quickAppend and quickSettle: the text parser's appends
+// of its common elements into the room, with the checks of the frame as a
+// whole made once for a run of appends instead of once per node. Header only:
+// they are inlined into the parser's loop. Not thread-safe, as every node
+// operation.
+#ifndef KVX_BINARY_QUICKAPPEND_H
+#define KVX_BINARY_QUICKAPPEND_H
+
+#include "binary/KVXBinaryInternals.h"
+#include "binary/WireFormat.h"
+
+#include <climits>
+#include <cstring>
+#include <functional>
+
+namespace KVX {
+
+namespace Internal {
+
+// memcpy of a short text: most values of a packet are a few characters, for
+// which the library call costs more than the copy. Reads and writes only the
+// `length` bytes, by two overlapping moves.
+inline void copyText(char *to, char const *from, std::uint32_t length) {
+    if (length >= 8 && length <= 16) {
+        std::uint64_t head;
+        std::uint64_t tail;
+        std::memcpy(&head, from, 8);
+        std::memcpy(&tail, from + length - 8, 8);
+        std::memcpy(to, &head, 8);
+        std::memcpy(to + length - 8, &tail, 8);
+    } else if (length >= 4 && length < 8) {
+        std::uint32_t head;
+        std::uint32_t tail;
+        std::memcpy(&head, from, 4);
+        std::memcpy(&tail, from + length - 4, 4);
+        std::memcpy(to, &head, 4);
+        std::memcpy(to + length - 4, &tail, 4);
+    } else if (length < 4) {
+        for (std::uint32_t i = 0; i < length; ++i)
+            to[i] = from[i];
+    } else {
+        std::memcpy(to, from, length);
+    }
+}
+
+} // namespace Internal
+
+inline bool KVXBinaryInternals::quickAppend(QuickState &state, BinaryPath &path, int id,
+                                            char const *value, std::uint32_t length, bool leaf) {
+    using namespace Internal;
+    if ((state.used != used || state.room != room || state.buffer != buffer ||
+         state.capacity != capacity || state.rootEnd == 0) &&
+        !checkQuickState(state))
+        return false;
+    // An element whose name this document recorded already: append would
+    // report the name, and here it needs no search. The root's size is read
+    // again, in case something set it without moving the room.
+    if (path.entries.empty() || path.entries.front().offset != RootOffset ||
+        static_cast<unsigned>(id) <= static_cast<unsigned>(LastAttributeId) || ids.tableCorrupt ||
+        !ids.isRecorded(id) || length >= UINT32_MAX - 16 ||
+        load32(buffer + RootOffset + 8) != state.rootSize)
+        return false;
+    std::uint32_t const rootEnd = state.rootEnd;
+    std::uint32_t const valueSize = leaf ? length + 1 : 0;
+    std::uint32_t const nodeBytes =
+        static_cast<std::uint32_t>(Internal::nodeSize(valueSize, KindUntyped, state.format));
+    std::uint32_t const parent = path.entries.back().offset;
+    std::less<char const *> const before;
+    if (room < nodeBytes ||
+        static_cast<std::uint64_t>(capacity) <=
+            static_cast<std::uint64_t>(frameLength()) + nodeBytes ||
+        state.rootSize > UINT32_MAX - nodeBytes || parent < RootOffset ||
+        parent > rootEnd - LongHeaderSize ||
+        (value != nullptr && !before(value, buffer) && before(value, buffer + capacity)))
+        return false;
+    // The parent is a container, or an element without a value that is the
+    // last node: the first child makes it a container in place.
+    unsigned const parentKind = load16(buffer + parent + 4);
+    bool const convert = !isContainerKind(parentKind);
+    if (parent + Internal::nodeSize(load32(buffer + parent + 8), parentKind, state.format) >
+            rootEnd ||
+        (convert && (parentKind != KindUntyped ||
+                     Internal::nodeSize(load32(buffer + parent + 8), parentKind, state.format) !=
+                         LongHeaderSize ||
+                     parent + LongHeaderSize != rootEnd)))
+        return false;
+    if (convert) {
+        store16(buffer + parent + 4, KindStructure);
+        store32(buffer + parent + 8, 0);
+    }
+    unsigned short ns = load16(buffer + parent + 6);
+    if (!path.namespaces.empty())
+        ns = static_cast<unsigned short>(static_cast<std::uint32_t>(path.namespaces.back()) &
+                                         0xFFFFu);
+    char *const at = buffer + rootEnd;
+    // Cleared as appendAtEnd clears the room: a value covers everything
+    // between its first 16 and its last 8 bytes, its NUL included.
+    std::memset(at, 0, 16);
+    if (leaf) {
+        std::memset(at + nodeBytes - 8, 0, 8);
+        store32(at + 8, valueSize);
+        if (value != nullptr && length != 0)
+            copyText(at + headerSize(valueSize, KindUntyped), value, length);
+    }
+    store32(at, static_cast<std::uint32_t>(id));
+    store16(at + 6, ns);
+    // A root made a container here starts from size 0, as in appendAtEnd.
+    std::uint32_t const rootSize =
+        (convert && parent == RootOffset ? 0 : state.rootSize) + nodeBytes;
+    store32(buffer + RootOffset + 8, rootSize);
+    room -= nodeBytes;
+    state.room = room;
+    state.rootEnd = rootEnd + nodeBytes;
+    state.rootSize = rootSize;
+    if (!leaf) {
+        path.entries.emplace_back();
+        path.entries.back().id = id;
+        path.entries.back().offset = rootEnd;
+    }
+    return true;
+}
+
+inline bool KVXBinaryInternals::quickSettle(QuickState const &state, std::uint32_t offset) {
+    using namespace Internal;
+    if (state.used != used || state.room != room || state.buffer != buffer ||
+        state.capacity != capacity || state.rootEnd == 0 ||
+        load32(buffer + RootOffset + 8) != state.rootSize)
+        return false;
+    // settleAtEnd's checks, on the root section's end that the state knows.
+    if (offset < RootOffset || offset > state.rootEnd - LongHeaderSize)
+        return true;
+    if (isContainerKind(load16(buffer + offset + 4)))
+        store32(buffer + offset + 8, state.rootEnd - offset - LongHeaderSize);
+    return true;
+}
+
+} // namespace KVX
+
+#endif // KVX_BINARY_QUICKAPPEND_H
