@@ -77,19 +77,25 @@ public:
         std::uint32_t rootEnd = 0; // 0: nothing checked yet
         std::uint32_t rootSize = 0;
         unsigned format = 0;
+        std::uint32_t parent = 0; // a container checked as a parent, or 0
     };
     // appendAtEnd of a KindUntyped element for a builder that appends many in
     // a row, where it writes into the room without growing: a leaf holding
     // `value` and a NUL (`leaf`; `path` is left as it was), or an element
     // without a value, which is pushed on `path`. The same bytes as
     // appendAtEnd; false, with nothing changed, where appendAtEnd must run.
+    // `trusted`: the last quickAppend on `state` succeeded, and only
+    // quickSettle or settleAtEnd ran since, so `state` is current.
     // Inline (binary/QuickAppend.h): a parse runs it once per element.
     [[gnu::always_inline]] bool quickAppend(QuickState &state, BinaryPath &path, int id,
-                                            char const *value, std::uint32_t length, bool leaf);
+                                            char const *value, std::uint32_t length, bool leaf,
+                                            bool trusted = false);
     // Gives the container at `offset` its size as settleAtEnd does, where the
     // last quickAppend left the frame as it is. False, with nothing changed,
-    // where settleAtEnd must run. Inline as quickAppend.
-    [[gnu::always_inline]] bool quickSettle(QuickState const &state, std::uint32_t offset);
+    // where settleAtEnd must run. `trusted` as for quickAppend. Inline as
+    // quickAppend.
+    [[gnu::always_inline]] bool quickSettle(QuickState const &state, std::uint32_t offset,
+                                            bool trusted = false);
     // The checks of the frame as a whole behind quickAppend; fills `state`.
     bool checkQuickState(QuickState &state) const;
     // Gives the container at `offset`, an entry opened by appendAtEnd and not

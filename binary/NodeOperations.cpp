@@ -436,6 +436,7 @@ bool KVXBinaryInternals::checkQuickState(QuickState &state) const {
     state.rootEnd = frame.rootEnd;
     state.rootSize = load32(buffer + RootOffset + 8);
     state.format = frame.format;
+    state.parent = 0;
     return true;
 }
 

@@ -46,19 +46,23 @@ inline void copyText(char *to, char const *from, std::uint32_t length) {
 } // namespace Internal
 
 inline bool KVXBinaryInternals::quickAppend(QuickState &state, BinaryPath &path, int id,
-                                            char const *value, std::uint32_t length, bool leaf) {
+                                            char const *value, std::uint32_t length, bool leaf,
+                                            bool trusted) {
     using namespace Internal;
-    if ((state.used != used || state.room != room || state.buffer != buffer ||
-         state.capacity != capacity || state.rootEnd == 0) &&
-        !checkQuickState(state))
+    // A trusted state is one that the caller knows to be current: the last
+    // quickAppend succeeded and nothing but quickSettle and settleAtEnd ran
+    // since. Otherwise it is compared with the frame, and the root's size
+    // read again in case something set it without moving the room.
+    if (!trusted && (((state.used != used || state.room != room || state.buffer != buffer ||
+                       state.capacity != capacity || state.rootEnd == 0) &&
+                      !checkQuickState(state)) ||
+                     load32(buffer + RootOffset + 8) != state.rootSize))
         return false;
     // An element whose name this document recorded already: append would
-    // report the name, and here it needs no search. The root's size is read
-    // again, in case something set it without moving the room.
+    // report the name, and here it needs no search.
     if (path.entries.empty() || path.entries.front().offset != RootOffset ||
         static_cast<unsigned>(id) <= static_cast<unsigned>(LastAttributeId) || ids.tableCorrupt ||
-        !ids.isRecorded(id) || length >= UINT32_MAX - 16 ||
-        load32(buffer + RootOffset + 8) != state.rootSize)
+        !ids.isRecorded(id) || length >= UINT32_MAX - 16)
         return false;
     std::uint32_t const rootEnd = state.rootEnd;
     std::uint32_t const valueSize = leaf ? length + 1 : 0;
@@ -69,24 +73,30 @@ inline bool KVXBinaryInternals::quickAppend(QuickState &state, BinaryPath &path,
     if (room < nodeBytes ||
         static_cast<std::uint64_t>(capacity) <=
             static_cast<std::uint64_t>(frameLength()) + nodeBytes ||
-        state.rootSize > UINT32_MAX - nodeBytes || parent < RootOffset ||
-        parent > rootEnd - LongHeaderSize ||
+        state.rootSize > UINT32_MAX - nodeBytes ||
         (value != nullptr && !before(value, buffer) && before(value, buffer + capacity)))
         return false;
-    // The parent is a container, or an element without a value that is the
-    // last node: the first child makes it a container in place.
-    unsigned const parentKind = load16(buffer + parent + 4);
-    bool const convert = !isContainerKind(parentKind);
-    if (parent + Internal::nodeSize(load32(buffer + parent + 8), parentKind, state.format) >
-            rootEnd ||
-        (convert && (parentKind != KindUntyped ||
-                     Internal::nodeSize(load32(buffer + parent + 8), parentKind, state.format) !=
-                         LongHeaderSize ||
-                     parent + LongHeaderSize != rootEnd)))
-        return false;
-    if (convert) {
-        store16(buffer + parent + 4, KindStructure);
-        store32(buffer + parent + 8, 0);
+    bool convert = false;
+    if (parent != state.parent) {
+        // The parent is a container, or an element without a value that is
+        // the last node: the first child makes it a container in place. A
+        // container stays one, and inside the root section, until another
+        // operation edits the frame; the state then starts over.
+        if (parent < RootOffset || parent > rootEnd - LongHeaderSize)
+            return false;
+        unsigned const parentKind = load16(buffer + parent + 4);
+        std::uint64_t const parentBytes =
+            Internal::nodeSize(load32(buffer + parent + 8), parentKind, state.format);
+        convert = !isContainerKind(parentKind);
+        if (parent + parentBytes > rootEnd ||
+            (convert && (parentKind != KindUntyped || parentBytes != LongHeaderSize ||
+                         parent + LongHeaderSize != rootEnd)))
+            return false;
+        if (convert) {
+            store16(buffer + parent + 4, KindStructure);
+            store32(buffer + parent + 8, 0);
+        }
+        state.parent = parent;
     }
     unsigned short ns = load16(buffer + parent + 6);
     if (!path.namespaces.empty())
@@ -120,11 +130,12 @@ inline bool KVXBinaryInternals::quickAppend(QuickState &state, BinaryPath &path,
     return true;
 }
 
-inline bool KVXBinaryInternals::quickSettle(QuickState const &state, std::uint32_t offset) {
+inline bool KVXBinaryInternals::quickSettle(QuickState const &state, std::uint32_t offset,
+                                            bool trusted) {
     using namespace Internal;
-    if (state.used != used || state.room != room || state.buffer != buffer ||
-        state.capacity != capacity || state.rootEnd == 0 ||
-        load32(buffer + RootOffset + 8) != state.rootSize)
+    if (!trusted && (state.used != used || state.room != room || state.buffer != buffer ||
+                     state.capacity != capacity || state.rootEnd == 0 ||
+                     load32(buffer + RootOffset + 8) != state.rootSize))
         return false;
     // settleAtEnd's checks, on the root section's end that the state knows.
     if (offset < RootOffset || offset > state.rootEnd - LongHeaderSize)

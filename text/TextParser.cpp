@@ -19,6 +19,10 @@
 #include <cstdint>
 #include <cstring>
 
+#if defined(__SSE2__)
+#include <emmintrin.h>
+#endif
+
 namespace KVX {
 namespace Internal {
 
@@ -114,7 +118,8 @@ inline bool sameText(char const *a, char const *b, std::size_t length) {
 // Where the tag's bytes all lie before it, the name is compared by words;
 // otherwise byte by byte, which stops at the NUL at the latest, as the name
 // holds none: neither reads behind the end of the input.
-bool atEndTag(char const *text, CharArray const &name, char const *inputEnd) {
+[[gnu::always_inline]] inline bool atEndTag(char const *text, CharArray const &name,
+                                            char const *inputEnd) {
     if (text[0] != '<' || text[1] != '/')
         return false;
     std::size_t const length = static_cast<std::size_t>(name.length);
@@ -126,6 +131,68 @@ bool atEndTag(char const *text, CharArray const &name, char const *inputEnd) {
             return false;
     }
     return tag[length] == '>';
+}
+
+// A mask of the first `count` (0 to 8) bytes of a word as it lies in memory.
+inline std::uint64_t firstBytes(std::size_t count) {
+#if defined(__BYTE_ORDER__) && __BYTE_ORDER__ == __ORDER_BIG_ENDIAN__
+    return count == 0 ? 0 : ~std::uint64_t(0) << (64 - 8 * count);
+#else
+    return count >= 8 ? ~std::uint64_t(0) : (std::uint64_t(1) << (8 * count)) - 1;
+#endif
+}
+
+// The scans of the quick path, sixteen characters at a time where all of them
+// lie before the input's NUL, else one at a time.
+#if defined(__SSE2__)
+inline __m128i sixteenAt(char const *text) {
+    __m128i bytes;
+    std::memcpy(&bytes, text, sizeof bytes);
+    return bytes;
+}
+#endif
+
+// The first character at or behind `text` that may end a name: NameEnd, and
+// with sixteen at a time every other control character too. The quick path
+// takes a name only when that character is its '>', which is then the one
+// the exact scan finds as well.
+inline char const *quickNameEnd(char const *text, char const *inputEnd) {
+#if defined(__SSE2__)
+    while (inputEnd - text >= 16) {
+        __m128i const bytes = sixteenAt(text);
+        __m128i const control = _mm_cmpeq_epi8(_mm_min_epu8(bytes, _mm_set1_epi8(' ')), bytes);
+        __m128i const stops =
+            _mm_or_si128(control, _mm_or_si128(_mm_cmpeq_epi8(bytes, _mm_set1_epi8('>')),
+                                               _mm_cmpeq_epi8(bytes, _mm_set1_epi8('/'))));
+        int const found = _mm_movemask_epi8(stops);
+        if (found != 0)
+            return text + __builtin_ctz(static_cast<unsigned>(found));
+        text += 16;
+    }
+#endif
+    while (!inClass(*text, NameEnd))
+        ++text;
+    return text;
+}
+
+// The first TextStop character at or behind `text`.
+inline char const *textStop(char const *text, char const *inputEnd) {
+#if defined(__SSE2__)
+    while (inputEnd - text >= 16) {
+        __m128i const bytes = sixteenAt(text);
+        __m128i const stops =
+            _mm_or_si128(_mm_cmpeq_epi8(bytes, _mm_set1_epi8('<')),
+                         _mm_or_si128(_mm_cmpeq_epi8(bytes, _mm_set1_epi8('&')),
+                                      _mm_cmpeq_epi8(bytes, _mm_setzero_si128())));
+        int const found = _mm_movemask_epi8(stops);
+        if (found != 0)
+            return text + __builtin_ctz(static_cast<unsigned>(found));
+        text += 16;
+    }
+#endif
+    while (!inClass(*text, TextStop))
+        ++text;
+    return text;
 }
 
 char const *findChar(CharArray const &view, char c) {
@@ -211,20 +278,55 @@ int TextParser::parseElements(char const *&text, BinaryPath &path) {
             }
             if (*text != '<' || text[1] == '/')
                 return -1;
-            Quick const quickly = quickElement(text, path, open);
-            if (quickly == NotQuick)
+            Run const run = quickRun(text, path, open);
+            if (run == RunFailed)
+                return -1;
+            if (run == RunFinished)
+                return 0;
+            if (run == NoProgress)
                 break;
-            if (quickly == QuickLeaf) {
-                skipSpace(text);
-                if (*text == '\0')
-                    return -1;
-            }
         }
     }
 }
 
-TextParser::Quick TextParser::quickElement(char const *&text, BinaryPath &path,
-                                           std::vector<Open> &open) {
+TextParser::Run TextParser::quickRun(char const *&text, BinaryPath &path, std::vector<Open> &open) {
+    // The child loop of parseElements for the elements that quickElement
+    // takes and the end tags of elements without declarations, namespaces
+    // or skipped parts: close() would only settle them and step over the tag.
+    // Only quick appends and settles edit the frame until this returns; the
+    // general path that follows may edit it in any way.
+    struct Distrust {
+        bool &trusted;
+        ~Distrust() { trusted = false; }
+    } distrust{quickTrusted};
+    quickTrusted = false;
+    Run result = NoProgress;
+    for (;;) {
+        if (text[1] == '/') {
+            Open const &current = open.back();
+            if (current.pushed || current.skipping || current.unknownTop ||
+                undo.size() > current.mark || path.entries.empty() ||
+                !atEndTag(text, current.name, inputEnd))
+                return result;
+            leave(path);
+            text += current.name.length + 3;
+            open.pop_back();
+            if (open.empty())
+                return RunFinished;
+        } else if (quickElement(text, path, open) == NotQuick) {
+            return result;
+        }
+        result = Progress;
+        skipSpace(text);
+        if (*text == '\0')
+            return RunFailed;
+        if (*text != '<')
+            return result;
+    }
+}
+
+inline TextParser::Quick TextParser::quickElement(char const *&text, BinaryPath &path,
+                                                  std::vector<Open> &open) {
     // What enter() and appendLeaf() would do for these two elements, step for
     // step, less what cannot happen to them: no attribute, prefix, declaration
     // or entity, a name whose id is cached (so recorded, and nothing pending),
@@ -233,25 +335,29 @@ TextParser::Quick TextParser::quickElement(char const *&text, BinaryPath &path,
         return NotQuick;
     char const *const start = text;
     char const *const nameStart = start + 1;
-    char const *nameEnd = nameStart;
-    while (!inClass(*nameEnd, NameEnd))
-        ++nameEnd;
+    char const *const nameEnd = quickNameEnd(nameStart, inputEnd);
     std::size_t const length = static_cast<std::size_t>(nameEnd - nameStart);
     if (*nameEnd != '>' || length == 0 || length > MaxNameLength || *nameStart == '!' ||
         *nameStart == '?')
         return NotQuick;
-    int const id = cachedId(nameStart, length);
+    if (length > 16)
+        return NotQuick;
+    NameKey const key =
+        inputEnd - nameStart >= 16 ? keyAt(nameStart, length) : keyOf(nameStart, length);
+    int const id = cachedId(key, length);
     if (id == 0)
         return NotQuick;
     CharArray const name(nameStart, static_cast<unsigned long long>(length));
     char const *const valueStart = nameEnd + 1;
-    char const *end = valueStart;
-    while (!inClass(*end, TextStop))
-        ++end;
+    char const *const end = textStop(valueStart, inputEnd);
     if (*end != '<')
         return NotQuick; // an entity, or the end of the input
     std::uint64_t const frameLength = static_cast<std::uint64_t>(doc.frameLength());
-    if (atEndTag(end, name, inputEnd)) {
+    // The end tag compares by the key where its sixteen bytes are readable.
+    bool const endsHere = inputEnd - (end + 2) >= 16 ? end[1] == '/' && end[2 + length] == '>' &&
+                                                           keyAt(end + 2, length) == key
+                                                     : atEndTag(end, name, inputEnd);
+    if (endsHere) {
         std::size_t const valueLength = static_cast<std::size_t>(end - valueStart);
         // appendLeaf's limits, so that the same texts take the same way.
         constexpr std::size_t Slack = 1024;
@@ -259,8 +365,9 @@ TextParser::Quick TextParser::quickElement(char const *&text, BinaryPath &path,
             static_cast<std::uint64_t>(valueLength) + Slack >=
                 static_cast<std::uint64_t>(doc.capacity) ||
             !doc.quickAppend(quick, path, id, valueStart, static_cast<std::uint32_t>(valueLength),
-                             true))
+                             true, quickTrusted))
             return NotQuick;
+        quickTrusted = true;
         text = end + length + 3;
         return QuickLeaf;
     }
@@ -268,11 +375,15 @@ TextParser::Quick TextParser::quickElement(char const *&text, BinaryPath &path,
     // text in front of markup is the value of a leaf.
     if (afterSpace(valueStart) != end || end[1] == '/' ||
         !fitsTextLimit(frameLength, MaxNameLength + 64) ||
-        !doc.quickAppend(quick, path, id, nullptr, 0, false))
+        !doc.quickAppend(quick, path, id, nullptr, 0, false, quickTrusted))
         return NotQuick;
-    // The namespace in force, set again as setElementNamespace does.
-    if (!path.namespaces.empty())
+    quickTrusted = true;
+    // The namespace in force, set again as setElementNamespace does. It may
+    // record the namespace's name, which edits the frame.
+    if (!path.namespaces.empty()) {
         doc.setNamespace(path, path.namespaces.back());
+        quickTrusted = false;
+    }
     open.emplace_back();
     Open &opened = open.back();
     opened.start = start;
@@ -643,23 +754,45 @@ TextParser::Leaf TextParser::appendLeaf(char const *&text, BinaryPath &path, int
     return LeafDone;
 }
 
-inline std::size_t TextParser::findSlot(char const *name, std::size_t length) const {
+TextParser::NameKey TextParser::keyOf(char const *name, std::size_t length) {
+    char padded[16] = {};
+    std::memcpy(padded, name, length < sizeof padded ? length : sizeof padded);
+    NameKey key;
+    std::memcpy(&key.low, padded, 8);
+    std::memcpy(&key.high, padded + 8, 8);
+    return key;
+}
+
+inline TextParser::NameKey TextParser::keyAt(char const *text, std::size_t length) {
+    NameKey key;
+    std::memcpy(&key.low, text, 8);
+    std::memcpy(&key.high, text + 8, 8);
+    if (length < 8) {
+        key.low &= firstBytes(length);
+        key.high = 0;
+    } else {
+        key.high &= firstBytes(length - 8);
+    }
+    return key;
+}
+
+inline std::size_t TextParser::findSlot(NameKey const &key, char const *name,
+                                        std::size_t length) const {
     // Open addressing over a few slots, filled up to three quarters, so that
     // the probe meets an empty slot at the latest.
-    std::size_t slot =
-        (static_cast<unsigned char>(name[0]) * 0x9E37u +
-         static_cast<unsigned char>(name[length / 2]) * 0x85EBu +
-         static_cast<unsigned char>(name[length - 1]) * 0xC2B2u + length * 0x27D4u) >>
-        5;
-    for (;; ++slot) {
-        CachedName const &cached = nameCache[slot % NameCacheSize];
-        if (cached.length == 0 || (cached.length == length && sameText(cached.data, name, length)))
-            return slot % NameCacheSize;
+    std::size_t slot = static_cast<std::size_t>(
+        ((key.low ^ (key.high * 0x9E3779B97F4A7C15u) ^ length) * 0xC2B2AE3D27D4EB4Fu) >> 58);
+    for (;; slot = (slot + 1) % NameCacheSize) {
+        CachedName const &cached = nameCache[slot];
+        if (cached.length == 0 ||
+            (cached.length == length && cached.key == key &&
+             (length <= 16 || sameText(cached.data + 16, name + 16, length - 16))))
+            return slot;
     }
 }
 
-inline int TextParser::cachedId(char const *name, std::size_t length) const {
-    return nameCache[findSlot(name, length)].id; // an empty slot holds id 0
+inline int TextParser::cachedId(NameKey const &key, std::size_t length) const {
+    return nameCache[findSlot(key, nullptr, length)].id; // an empty slot holds id 0
 }
 
 int TextParser::lookupElement(CharArray const &name) {
@@ -669,11 +802,12 @@ int TextParser::lookupElement(CharArray const &name) {
     // before anything else, and nothing here takes a recorded name away. So
     // does a name outside the vocabulary, once it has an id (below).
     std::size_t const length = static_cast<std::size_t>(name.length);
-    std::size_t const slot = findSlot(name.data, length);
+    NameKey const key = keyOf(name.data, length);
+    std::size_t const slot = findSlot(key, name.data, length);
     if (nameCache[slot].length != 0)
         return nameCache[slot].id;
     KVXProtocolIDMap &ids = doc.ids;
-    pending = CachedName{nullptr, 0, 0};
+    pending = CachedName{NameKey{0, 0}, nullptr, 0, 0};
     // The document was reset for this parse and only this parse writes to it.
     int vocabulary = 0;
     int const id = ids.lookupOwnId(name, &vocabulary);
@@ -686,12 +820,12 @@ int TextParser::lookupElement(CharArray const &name) {
                                        : vocabulary == id && ids.isRecorded(id);
     if (id != 0 && cachedNames < NameCacheSize * 3 / 4) {
         if (keeps) {
-            nameCache[slot] = CachedName{name.data, length, id};
+            nameCache[slot] = CachedName{key, name.data, length, id};
             ++cachedNames;
         } else if (vocabulary == id) {
             // A vocabulary name met for the first time is recorded by the
             // append that follows; keepPendingName() caches it then.
-            pending = CachedName{name.data, length, id};
+            pending = CachedName{key, name.data, length, id};
             pendingSlot = slot;
         }
     }
@@ -704,7 +838,7 @@ void TextParser::keepPendingName() {
         nameCache[pendingSlot] = pending;
         ++cachedNames;
     }
-    pending = CachedName{nullptr, 0, 0};
+    pending = CachedName{NameKey{0, 0}, nullptr, 0, 0};
 }
 
 int TextParser::close(char const *&text, BinaryPath &path, Open const &open) {
@@ -776,7 +910,7 @@ int TextParser::appendNode(BinaryPath &path, int id, unsigned short kind, char c
 
 void TextParser::leave(BinaryPath &path) {
     std::uint32_t const offset = path.entries.back().offset;
-    if (!doc.quickSettle(quick, offset))
+    if (!doc.quickSettle(quick, offset, quickTrusted))
         doc.settleAtEnd(offset);
     path.entries.pop_back();
 }

@@ -12,6 +12,7 @@
 #include <kvx/CharArray.h>
 
 #include <cstddef>
+#include <cstdint>
 #include <map>
 #include <string>
 #include <vector>
@@ -95,7 +96,15 @@ private:
     // without attributes, entities or markup, with room in the frame. `text`
     // is at a start tag inside the innermost of `open`. QuickOpened pushes the
     // element on `open`; NotQuick reads and changes nothing.
-    Quick quickElement(char const *&text, BinaryPath &path, std::vector<Open> &open);
+    [[gnu::always_inline]] Quick quickElement(char const *&text, BinaryPath &path,
+                                              std::vector<Open> &open);
+    enum Run { NoProgress, Progress, RunFailed, RunFinished };
+    // Elements and end tags read by the quick path one after another, from a
+    // start or end tag at `text` inside the innermost of `open`, until one
+    // needs the general path. RunFailed where parseElements fails (the input
+    // ends behind an element), RunFinished when the last open element closed,
+    // else whether anything was read; `text` is then at a non-blank.
+    Run quickRun(char const *&text, BinaryPath &path, std::vector<Open> &open);
     // The end of an element that had child elements; `text` is at its end tag.
     int close(char const *&text, BinaryPath &path, Open const &open);
     // Sets the element's namespace from its prefix or the default in force.
@@ -107,10 +116,24 @@ private:
     // lookupId of the id map, answered from a small cache for the names that
     // keep their id (see the definition).
     int lookupElement(CharArray const &name);
+    // The first sixteen characters of a name, zeros behind its end: names of
+    // up to sixteen characters, nearly all of them, compare as two words.
+    struct NameKey {
+        std::uint64_t low;
+        std::uint64_t high;
+        bool operator==(NameKey const &other) const {
+            return low == other.low && high == other.high;
+        }
+    };
+    static NameKey keyOf(char const *name, std::size_t length);
+    // keyOf for a name of at most sixteen characters at `text`, of which
+    // sixteen bytes are readable: two loads and a mask.
+    static NameKey keyAt(char const *text, std::size_t length);
     // The cache's slot that holds a name, or the empty one where it would go;
-    // and the id that the cache holds for a name, 0 for none.
-    std::size_t findSlot(char const *name, std::size_t length) const;
-    int cachedId(char const *name, std::size_t length) const;
+    // and the id that the cache holds for a name of up to sixteen
+    // characters, 0 for none.
+    std::size_t findSlot(NameKey const &key, char const *name, std::size_t length) const;
+    int cachedId(NameKey const &key, std::size_t length) const;
     // Caches the name that lookupElement left pending, once its append has
     // recorded it.
     void keepPendingName();
@@ -133,6 +156,7 @@ private:
 
     // A name of the input text and its id.
     struct CachedName {
+        NameKey key;
         char const *data;
         std::size_t length; // 0 for an empty slot
         int id;
@@ -146,6 +170,7 @@ private:
     char const *inputEnd = nullptr; // the NUL of the text being parsed
     CachedName pending = {};
     KVXBinaryInternals::QuickState quick; // of the quick appends (quickElement)
+    bool quickTrusted = false;            // `quick` is current (see quickAppend)
     std::size_t pendingSlot = 0;
     Scope scope;
     std::vector<Undo> undo;
