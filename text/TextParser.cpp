@@ -133,14 +133,21 @@ inline bool sameText(char const *a, char const *b, std::size_t length) {
     return tag[length] == '>';
 }
 
-// A mask of the first `count` (0 to 8) bytes of a word as it lies in memory.
-inline std::uint64_t firstBytes(std::size_t count) {
+// Masks of the first 0 to 8 bytes of a word as it lies in memory, by table:
+// a name's length decides the mask, and a branch on it would be mispredicted.
+struct FirstBytesTable {
+    std::uint64_t masks[9];
+    constexpr FirstBytesTable() : masks() {
+        for (unsigned count = 1; count <= 8; ++count) {
 #if defined(__BYTE_ORDER__) && __BYTE_ORDER__ == __ORDER_BIG_ENDIAN__
-    return count == 0 ? 0 : ~std::uint64_t(0) << (64 - 8 * count);
+            masks[count] = ~std::uint64_t(0) << (64 - 8 * count);
 #else
-    return count >= 8 ? ~std::uint64_t(0) : (std::uint64_t(1) << (8 * count)) - 1;
+            masks[count] = count == 8 ? ~std::uint64_t(0) : (std::uint64_t(1) << (8 * count)) - 1;
 #endif
-}
+        }
+    }
+};
+constexpr FirstBytesTable FirstBytes;
 
 // The scans of the quick path, sixteen characters at a time where all of them
 // lie before the input's NUL, else one at a time.
@@ -767,12 +774,8 @@ inline TextParser::NameKey TextParser::keyAt(char const *text, std::size_t lengt
     NameKey key;
     std::memcpy(&key.low, text, 8);
     std::memcpy(&key.high, text + 8, 8);
-    if (length < 8) {
-        key.low &= firstBytes(length);
-        key.high = 0;
-    } else {
-        key.high &= firstBytes(length - 8);
-    }
+    key.low &= FirstBytes.masks[length < 8 ? length : 8];
+    key.high &= FirstBytes.masks[length > 8 ? length - 8 : 0];
     return key;
 }
 
