@@ -6,7 +6,7 @@
 #include <kvx/KVXBinaryIterator.h>
 
 #include "binary/KVXBinaryInternals.h"
-#include "binary/VersionText.h"
+#include "message/VersionText.h"
 
 #include <cstdio>
 #include <string>

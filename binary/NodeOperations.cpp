@@ -6,7 +6,7 @@
 #include "binary/KVXBinaryInternals.h"
 #include "binary/QuickAppend.h"
 
-#include "binary/VersionText.h"
+#include "message/VersionText.h"
 #include "binary/WireFormat.h"
 
 #include <cstring>

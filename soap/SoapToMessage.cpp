@@ -5,6 +5,7 @@
 // the reply can be named after them.
 #include <kvx/KVXSoapConverter.h>
 
+#include "message/VersionText.h"
 #include "soap/KVXSoapConverterState.h"
 #include "soap/TextReplace.h"
 #include "vocabulary/VocabularyConstants.h"
@@ -43,23 +44,6 @@ std::string lowerCase(std::string text) {
     for (char &c : text)
         c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
     return text;
-}
-
-// "4.5.0" gives 40500: digits build a number, any other character shifts the
-// sum by two decimal places and adds the number. A segment too long for an int
-// (it comes from the request) wraps modulo 2^32 instead of overflowing.
-int versionNumber(std::string const &text) {
-    std::uint32_t number = 0;
-    std::uint32_t sum = 0;
-    for (char c : text) {
-        if (c >= '0' && c <= '9') {
-            number = number * 10u + static_cast<std::uint32_t>(c - '0');
-        } else {
-            sum = sum * 100u + number;
-            number = 0;
-        }
-    }
-    return static_cast<int>(sum * 100u + number);
 }
 
 // Deletes a cursor on every way out.
@@ -311,7 +295,7 @@ int KVXSoapConverter::convertBody(char const *body, KVXMessage &message) {
         return -1;
     }
     if (!versionText.empty())
-        message.setVersion(versionNumber(versionText));
+        message.setVersion(parseVersionText(versionText.data(), versionText.size()));
     return 0;
 }
 

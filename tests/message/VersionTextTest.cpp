@@ -1,6 +1,6 @@
 // Tests of the version text reading shared by the node operations and the
 // packet head.
-#include "binary/VersionText.h"
+#include "message/VersionText.h"
 
 #include <gtest/gtest.h>
 

@@ -1,8 +1,9 @@
-// The protocol version number of a "version" attribute's text: major * 10000 +
-// minor * 100 + patch, read the way the packet head has always read it.
+// The protocol version number of a version text: major * 10000 + minor * 100 +
+// patch, read the way the packet head has always read its "version" attribute;
+// the SOAP bridge reads the version segment of an operation's URI the same way.
 // Header only, stateless; safe from any thread.
-#ifndef KVX_BINARY_VERSIONTEXT_H
-#define KVX_BINARY_VERSIONTEXT_H
+#ifndef KVX_MESSAGE_VERSIONTEXT_H
+#define KVX_MESSAGE_VERSIONTEXT_H
 
 #include <cstddef>
 #include <cstdint>
@@ -35,4 +36,4 @@ inline int parseVersionText(char const *text, std::size_t length) {
 
 } // namespace KVX
 
-#endif // KVX_BINARY_VERSIONTEXT_H
+#endif // KVX_MESSAGE_VERSIONTEXT_H
