@@ -44,7 +44,7 @@ bool reallocate(char *&buffer, int &capacity, std::uint64_t newCapacity, bool ze
 } // namespace
 
 KVXBinaryInternals::KVXBinaryInternals()
-    : buffer(nullptr), stamp(0), capacity(0), used(0), ids(this), room(0) {}
+    : buffer(nullptr), stamp(0), capacity(0), used(0), ids(this), room(0), roomOpenings(0) {}
 
 KVXBinaryInternals::~KVXBinaryInternals() {
     std::free(buffer);

@@ -77,7 +77,8 @@ public:
         std::uint32_t rootEnd = 0; // 0: nothing checked yet
         std::uint32_t rootSize = 0;
         unsigned format = 0;
-        std::uint32_t parent = 0; // a container checked as a parent, or 0
+        std::uint32_t parent = 0;  // a container checked as a parent, or 0
+        std::uint32_t opening = 0; // roomOpenings when the state was checked
     };
     // appendAtEnd of a KindUntyped element for a builder that appends many in
     // a row, where it writes into the room without growing: a leaf holding
@@ -130,6 +131,10 @@ public:
     int used;
     KVXProtocolIDMap ids;
     std::uint32_t room; // free bytes between the root section and the name table
+    // Raised each time room opens. While one opening lasts, nodes are only
+    // added at the end of the root section: every operation that moves,
+    // replaces or removes a node closes the room first.
+    std::uint32_t roomOpenings;
 };
 
 inline std::uint32_t KVXBinaryInternals::rootEnd() const {

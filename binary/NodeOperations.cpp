@@ -221,6 +221,7 @@ void openRoom(KVXBinaryInternals &doc, Geometry const &frame) {
                  frame.frameEnd - frame.rootEnd);
     doc.used += static_cast<int>(spare);
     doc.room = spare;
+    ++doc.roomOpenings;
 }
 
 } // namespace
@@ -437,6 +438,7 @@ bool KVXBinaryInternals::checkQuickState(QuickState &state) const {
     state.rootSize = load32(buffer + RootOffset + 8);
     state.format = frame.format;
     state.parent = 0;
+    state.opening = roomOpenings;
     return true;
 }
 

@@ -53,10 +53,11 @@ inline bool KVXBinaryInternals::quickAppend(QuickState &state, BinaryPath &path,
     // quickAppend succeeded and nothing but quickSettle and settleAtEnd ran
     // since. Otherwise it is compared with the frame, and the root's size
     // read again in case something set it without moving the room.
-    if (!trusted && (((state.used != used || state.room != room || state.buffer != buffer ||
-                       state.capacity != capacity || state.rootEnd == 0) &&
-                      !checkQuickState(state)) ||
-                     load32(buffer + RootOffset + 8) != state.rootSize))
+    if (!trusted &&
+        (((state.used != used || state.room != room || state.buffer != buffer ||
+           state.capacity != capacity || state.opening != roomOpenings || state.rootEnd == 0) &&
+          !checkQuickState(state)) ||
+         load32(buffer + RootOffset + 8) != state.rootSize))
         return false;
     // An element whose name this document recorded already: append would
     // report the name, and here it needs no search.
@@ -134,8 +135,8 @@ inline bool KVXBinaryInternals::quickSettle(QuickState const &state, std::uint32
                                             bool trusted) {
     using namespace Internal;
     if (!trusted && (state.used != used || state.room != room || state.buffer != buffer ||
-                     state.capacity != capacity || state.rootEnd == 0 ||
-                     load32(buffer + RootOffset + 8) != state.rootSize))
+                     state.capacity != capacity || state.opening != roomOpenings ||
+                     state.rootEnd == 0 || load32(buffer + RootOffset + 8) != state.rootSize))
         return false;
     // settleAtEnd's checks, on the root section's end that the state knows.
     if (offset < RootOffset || offset > state.rootEnd - LongHeaderSize)

@@ -833,3 +833,290 @@ TEST(TextParser, EndTagsAreFoundUpToTheLastByteOfTheInput) {
     EXPECT_EQ(0, resultOf("<packet><x>1</x></packet>"));
     EXPECT_EQ(-1, resultOf("<packet><x>1</x></packe"));
 }
+
+// --- Repeated elements: the quick path of the child loop --------------------
+//
+// The first element of a name goes the general way and caches the name; its
+// later ones, plain "<name>text</name>" and "<name>" followed by a child, are
+// appended in one short pass. Each text below repeats its shapes so that the
+// second occurrence takes that pass (or must not), and the result is compared
+// with the frame encoded by hand.
+
+namespace {
+
+constexpr int Data = 1307;
+constexpr int IdElement = 1010;
+constexpr int ValueElement = 1018;
+constexpr int LongName = 1102; // "default_log_period", 18 characters
+
+// The bytes of the node at `at`: its header and everything inside it.
+std::string subtree(Parsed const &parsed, std::size_t at) {
+    NodeInfo const &node = parsed.nodes.at(at);
+    std::uint32_t const bytes = static_cast<std::uint32_t>(
+        KVX::Internal::nodeSize(node.size, node.kind, KVX::Internal::FormatCurrent));
+    return parsed.frame.substr(node.offset, bytes);
+}
+
+// <data><id>1</id><node><value>x</value></node></data>
+Draft dataRecord(unsigned ns = 0) {
+    return element(Data,
+                   {leaf(IdElement, 0, z("1"), ns),
+                    element(NodeId, {leaf(ValueElement, 0, z("x"), ns)}, Structure, ns)},
+                   Structure, ns);
+}
+
+std::vector<Entry> dataTable() {
+    return {{ValueElement, 0, "value"},
+            {NodeId, 0, "node"},
+            {IdElement, 0, "id"},
+            {Data, 0, "data"},
+            {Packet, 0, "packet"}};
+}
+
+// A value of `length` characters, none repeated within 16.
+std::string valueOf(std::size_t length) {
+    std::string value;
+    for (std::size_t i = 0; i < length; ++i)
+        value.push_back("0123456789abcdefghijklmnopq"[i % 27]);
+    return value;
+}
+
+} // namespace
+
+TEST(TextParser, QuickRepeatedRecordsEqualTheFirstAndTheEncodedFrame) {
+    std::string const record = "<data><id>1</id><node><value>x</value></node></data>";
+    Parsed parsed = parse("<packet>" + record + record + record + "</packet>");
+    EXPECT_EQ(0, parsed.result);
+    ASSERT_EQ(13u, parsed.nodes.size());
+    EXPECT_EQ(subtree(parsed, 1), subtree(parsed, 5));
+    EXPECT_EQ(subtree(parsed, 1), subtree(parsed, 9));
+    EXPECT_EQ(48u, parsed.nodes[1].size);
+    EXPECT_EQ(frame(element(Packet, {dataRecord(), dataRecord(), dataRecord()}), dataTable()),
+              parsed.frame);
+}
+
+TEST(TextParser, QuickLeavesBetweenBlanksAndNewlines) {
+    Parsed parsed = parse("<packet>\n  <id>1</id>\n  <id>22</id>\t<id> 3 </id>\r\n"
+                          "  <data>\n    <id>4</id>\n  </data>\n  <data> <id>5</id> </data>\n"
+                          "</packet>");
+    EXPECT_EQ(0, parsed.result);
+    Draft const expected =
+        element(Packet, {leaf(IdElement, 0, z("1")), leaf(IdElement, 0, z("22")),
+                         leaf(IdElement, 0, z(" 3 ")), element(Data, {leaf(IdElement, 0, z("4"))}),
+                         element(Data, {leaf(IdElement, 0, z("5"))})});
+    EXPECT_EQ(frame(expected, {{Data, 0, "data"}, {IdElement, 0, "id"}, {Packet, 0, "packet"}}),
+              parsed.frame);
+}
+
+TEST(TextParser, QuickEmptyAndBlankValuesAreKeptAsWritten) {
+    Parsed parsed =
+        parse("<packet><id></id><id></id><id>  </id><id>  </id><id/><id/><id /></packet>");
+    EXPECT_EQ(0, parsed.result);
+    Draft const expected =
+        element(Packet, {leaf(IdElement, 0, z("")), leaf(IdElement, 0, z("")),
+                         leaf(IdElement, 0, z("  ")), leaf(IdElement, 0, z("  ")),
+                         leaf(IdElement, 0, ""), leaf(IdElement, 0, ""), leaf(IdElement, 0, "")});
+    EXPECT_EQ(frame(expected, {{IdElement, 0, "id"}, {Packet, 0, "packet"}}), parsed.frame);
+}
+
+// The short copies of a value: up to 3 bytes one by one, 4 to 7 and 8 to 16
+// by two overlapping words, longer by memcpy.
+TEST(TextParser, QuickValuesOfEveryShortCopyLength) {
+    for (std::size_t length : {0u, 1u, 3u, 4u, 7u, 8u, 9u, 15u, 16u, 17u, 100u}) {
+        std::string const value = valueOf(length);
+        std::string const item = "<value>" + value + "</value>";
+        Parsed parsed = parse("<packet>" + item + item + item + "</packet>");
+        EXPECT_EQ(0, parsed.result) << length;
+        ASSERT_EQ(4u, parsed.nodes.size()) << length;
+        for (std::size_t i = 1; i < 4; ++i) {
+            EXPECT_EQ(z(value), parsed.nodes[i].value) << length;
+            EXPECT_EQ(length + 1, parsed.nodes[i].size) << length;
+        }
+        Draft const expected =
+            element(Packet, {leaf(ValueElement, 0, z(value)), leaf(ValueElement, 0, z(value)),
+                             leaf(ValueElement, 0, z(value))});
+        EXPECT_EQ(frame(expected, {{ValueElement, 0, "value"}, {Packet, 0, "packet"}}),
+                  parsed.frame)
+            << length;
+    }
+}
+
+TEST(TextParser, QuickNameOfSeventeenCharactersAndMoreRepeated) {
+    std::string const name = "default_log_period";
+    ASSERT_EQ(18u, name.size());
+    std::string const item = "<" + name + ">5</" + name + ">";
+    std::string const holder = "<" + name + "><id>7</id></" + name + ">";
+    Parsed parsed = parse("<packet>" + item + item + holder + holder + "</packet>");
+    EXPECT_EQ(0, parsed.result);
+    Draft const expected = element(Packet, {leaf(LongName, 0, z("5")), leaf(LongName, 0, z("5")),
+                                            element(LongName, {leaf(IdElement, 0, z("7"))}),
+                                            element(LongName, {leaf(IdElement, 0, z("7"))})});
+    EXPECT_EQ(frame(expected, {{IdElement, 0, "id"}, {LongName, 0, name}, {Packet, 0, "packet"}}),
+              parsed.frame);
+    // A name that differs from the cached one only in its middle or last
+    // character is another name.
+    Parsed other = parse("<packet>" + item +
+                         "<default_log_periox>5</default_log_periox>"
+                         "<default_lpg_period>5</default_lpg_period></packet>");
+    EXPECT_EQ(0, other.result);
+    ASSERT_EQ(4u, other.nodes.size());
+    EXPECT_EQ(LongName, other.nodes[1].id);
+    EXPECT_EQ(-2, other.nodes[2].id);
+    EXPECT_EQ(-3, other.nodes[3].id);
+    EXPECT_EQ("default_log_periox", nameOf(other.frame, -2, 0));
+    EXPECT_EQ("default_lpg_period", nameOf(other.frame, -3, 0));
+}
+
+TEST(TextParser, QuickPathLeavesAnEntityToTheGeneralPath) {
+    Parsed parsed = parse("<packet><id>a&amp;b</id><id>a&amp;b</id><id>&lt;</id><id>&lt;</id>"
+                          "<id>x&#65;</id><id>x&#65;</id></packet>");
+    EXPECT_EQ(0, parsed.result);
+    Draft const expected =
+        element(Packet, {leaf(IdElement, 0, z("a&b")), leaf(IdElement, 0, z("a&b")),
+                         leaf(IdElement, 0, z("<")), leaf(IdElement, 0, z("<")),
+                         leaf(IdElement, 0, z("xA")), leaf(IdElement, 0, z("xA"))});
+    EXPECT_EQ(frame(expected, {{IdElement, 0, "id"}, {Packet, 0, "packet"}}), parsed.frame);
+    // An unknown entity in the repeated leaf still fails the parse.
+    EXPECT_EQ(-1, resultOf("<packet><id>1</id><id>&bogus;</id></packet>"));
+}
+
+TEST(TextParser, QuickPathLeavesAnAttributeToTheGeneralPath) {
+    std::string const record = "<node priority=\"5\"><value>x</value></node>";
+    Parsed parsed = parse("<packet>" + record + record + "<node><value>y</value></node></packet>");
+    EXPECT_EQ(0, parsed.result);
+    Draft const withAttribute =
+        element(NodeId, {leaf(103, 0, z("5")), leaf(ValueElement, 0, z("x"))});
+    Draft const expected = element(
+        Packet, {withAttribute, withAttribute, element(NodeId, {leaf(ValueElement, 0, z("y"))})});
+    EXPECT_EQ(
+        frame(expected, {{ValueElement, 0, "value"}, {NodeId, 0, "node"}, {Packet, 0, "packet"}}),
+        parsed.frame);
+    // An attribute on a repeated leaf that has text is refused as ever.
+    EXPECT_EQ(-1, resultOf("<packet><id>1</id><id priority=\"5\">1</id></packet>"));
+}
+
+TEST(TextParser, QuickPathLeavesCommentsBetweenSiblingsToTheGeneralPath) {
+    Parsed parsed = parse("<packet><id>1</id><!-- c --><id>2</id><?pi x?><id>3</id>"
+                          "<data><!-- first --><id>4</id></data><data><id>5</id><!----></data>"
+                          "</packet>");
+    EXPECT_EQ(0, parsed.result);
+    Draft const expected =
+        element(Packet, {leaf(IdElement, 0, z("1")), leaf(IdElement, 0, z("2")),
+                         leaf(IdElement, 0, z("3")), element(Data, {leaf(IdElement, 0, z("4"))}),
+                         element(Data, {leaf(IdElement, 0, z("5"))})});
+    EXPECT_EQ(frame(expected, {{Data, 0, "data"}, {IdElement, 0, "id"}, {Packet, 0, "packet"}}),
+              parsed.frame);
+}
+
+// Text in front of a child makes the element a leaf whose value holds the
+// markup: "<node>x<id>1</id></node>" is one node, repeated or not.
+TEST(TextParser, QuickPathLeavesTextBeforeAChildToTheGeneralPath) {
+    Parsed parsed = parse("<packet><node><id>1</id></node><node>x<id>1</id></node>"
+                          "<node>x<id>1</id></node><id>a<b</id><id>a<b</id></packet>");
+    EXPECT_EQ(0, parsed.result);
+    Draft const expected =
+        element(Packet, {element(NodeId, {leaf(IdElement, 0, z("1"))}),
+                         leaf(NodeId, 0, z("x<id>1</id>")), leaf(NodeId, 0, z("x<id>1</id>")),
+                         leaf(IdElement, 0, z("a<b")), leaf(IdElement, 0, z("a<b"))});
+    EXPECT_EQ(frame(expected, {{IdElement, 0, "id"}, {NodeId, 0, "node"}, {Packet, 0, "packet"}}),
+              parsed.frame);
+}
+
+TEST(TextParser, QuickPathLeavesBlanksInsideTheStartTagToTheGeneralPath) {
+    Parsed parsed = parse("<packet><id>1</id><id >2</id><data><id>3</id></data>"
+                          "<data\n><id>4</id></data></packet>");
+    EXPECT_EQ(0, parsed.result);
+    Draft const expected = element(Packet, {leaf(IdElement, 0, z("1")), leaf(IdElement, 0, z("2")),
+                                            element(Data, {leaf(IdElement, 0, z("3"))}),
+                                            element(Data, {leaf(IdElement, 0, z("4"))})});
+    EXPECT_EQ(frame(expected, {{Data, 0, "data"}, {IdElement, 0, "id"}, {Packet, 0, "packet"}}),
+              parsed.frame);
+}
+
+// The namespace in force reaches the repeated elements, and ends with the
+// element that declared it.
+TEST(TextParser, QuickElementsTakeTheDefaultNamespaceInForce) {
+    std::string const record = "<data><id>1</id><node><value>x</value></node></data>";
+    Parsed parsed = parse("<packet xmlns=\"urn:a\">" + record + record + "</packet>");
+    EXPECT_EQ(0, parsed.result);
+    ASSERT_EQ(9u, parsed.nodes.size());
+    for (NodeInfo const &node : parsed.nodes)
+        EXPECT_EQ(0xFFFEu, node.ns) << node.offset;
+    EXPECT_EQ(subtree(parsed, 1), subtree(parsed, 5));
+    std::vector<Entry> table = dataTable();
+    table.insert(table.end() - 1, Entry{0xFFFE, 1, "urn:a"});
+    EXPECT_EQ(
+        frame(element(Packet, {dataRecord(0xFFFE), dataRecord(0xFFFE)}, Structure, 0xFFFE), table),
+        parsed.frame);
+
+    Parsed scoped = parse("<packet><data xmlns=\"urn:a\"><id>1</id><node><value>x</value></node>"
+                          "</data>" +
+                          record + record + "</packet>");
+    EXPECT_EQ(0, scoped.result);
+    std::vector<Entry> scopedTable = dataTable();
+    scopedTable.insert(scopedTable.begin() + 3, Entry{0xFFFE, 1, "urn:a"});
+    EXPECT_EQ(frame(element(Packet, {dataRecord(0xFFFE), dataRecord(), dataRecord()}), scopedTable),
+              scoped.frame);
+}
+
+TEST(TextParser, QuickPathLeavesPrefixedElementsToTheGeneralPath) {
+    Parsed parsed = parse("<p:packet xmlns:p=\"urn:a\"><p:data><p:id>1</p:id></p:data>"
+                          "<p:data><p:id>1</p:id></p:data><data><id>2</id></data>"
+                          "<data><id>2</id></data></p:packet>");
+    EXPECT_EQ(0, parsed.result);
+    // Without a prefix and without a default namespace a node takes its
+    // parent's namespace field, as every append does.
+    Draft const prefixed = element(Data, {leaf(IdElement, 0, z("1"), 0xFFFE)}, Structure, 0xFFFE);
+    Draft const plain = element(Data, {leaf(IdElement, 0, z("2"), 0xFFFE)}, Structure, 0xFFFE);
+    Draft const expected = element(Packet, {prefixed, prefixed, plain, plain}, Structure, 0xFFFE);
+    EXPECT_EQ(
+        frame(
+            expected,
+            {{IdElement, 0, "id"}, {Data, 0, "data"}, {0xFFFE, 1, "urn:a"}, {Packet, 0, "packet"}}),
+        parsed.frame);
+}
+
+// The quick path counts the depth as enter() does: a leaf at MaxTextDepth is
+// read, one level deeper fails.
+TEST(TextParser, QuickElementsNearTheDepthBound) {
+    std::size_t const depth = KVX::Internal::MaxTextDepth;
+    auto nestedLeaf = [](std::size_t levels) {
+        std::string text;
+        for (std::size_t i = 1; i < levels; ++i)
+            text += "<node>";
+        text += "<node>v</node>";
+        for (std::size_t i = 1; i < levels; ++i)
+            text += "</node>";
+        return text;
+    };
+    Parsed deep = parse(nestedLeaf(depth));
+    EXPECT_EQ(0, deep.result);
+    ASSERT_EQ(depth, deep.nodes.size());
+    for (std::size_t k = 0; k + 1 < depth; ++k) {
+        NodeInfo const &node = deep.nodes[k];
+        ASSERT_EQ(static_cast<int>(k), node.depth);
+        ASSERT_EQ(8u + 16u * k, node.offset);
+        ASSERT_EQ(Structure, node.kind);
+        ASSERT_EQ(16u * (depth - 1 - k), node.size) << k;
+    }
+    EXPECT_EQ(z("v"), deep.nodes.back().value);
+    EXPECT_EQ(0u, deep.nodes.back().kind);
+    EXPECT_EQ(-1, resultOf(nestedLeaf(depth + 1)));
+    // The same bound for an element that opens: a leaf of another name under
+    // MaxTextDepth - 1 open elements is read, under MaxTextDepth it fails.
+    auto openedTo = [](std::size_t levels) {
+        std::string text;
+        for (std::size_t i = 0; i < levels; ++i)
+            text += "<node>";
+        text += "<id>1</id>";
+        for (std::size_t i = 0; i < levels; ++i)
+            text += "</node>";
+        return text;
+    };
+    Parsed opened = parse(openedTo(depth - 1));
+    EXPECT_EQ(0, opened.result);
+    ASSERT_EQ(depth, opened.nodes.size());
+    EXPECT_EQ(IdElement, opened.nodes.back().id);
+    EXPECT_EQ(z("1"), opened.nodes.back().value);
+    EXPECT_EQ(-1, resultOf(openedTo(depth)));
+}
