@@ -13,7 +13,6 @@
 #include "binary/NameTable.h"
 #include "binary/Node.h"
 #include "binary/WireFormat.h"
-#include "vocabulary/VocabularyTrie.h"
 
 #include <kvx/KVXCommon.h>
 
@@ -130,7 +129,7 @@ int translateId(SourceNames const &sourceIds, KVXProtocolIDMap &targetIds, IdCac
     CharArray const text(name);
     int const result = targetIds.intern(text, tableKind);
     if (result != 0 &&
-        (result == vocabularyId(text, tableKind) || trieLookup(targetIds.aliases, text) == result))
+        (result == vocabularyId(text, tableKind) || targetIds.aliases.find(text) == result))
         cache.keep(tableKind, id, result);
     return result;
 }

@@ -120,7 +120,10 @@ public:
     std::uint32_t insertNode(std::uint32_t size, unsigned short kind, std::uint32_t offset);
     bool resizeNode(std::uint32_t newSize, unsigned short kind, std::uint32_t offset,
                     std::int64_t &delta);
-    int addNameEntry(int id, int tableKind, char const *text, std::uint32_t length);
+    // Writes a name table entry at the front of the table. 0 or -1. With
+    // `textOffset`, that receives the frame offset of the entry's name.
+    int addNameEntry(int id, int tableKind, char const *text, std::uint32_t length,
+                     std::uint32_t *textOffset = nullptr);
     int setNamespace(BinaryPath &path, int id);
     int setKind(BinaryPath &path, int typeId);
     int currentNamespace(BinaryPath const &path) const;

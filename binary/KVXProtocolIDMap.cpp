@@ -8,7 +8,6 @@
 #include "binary/KVXBinaryInternals.h"
 #include "binary/NameTable.h"
 #include "binary/WireFormat.h"
-#include "vocabulary/VocabularyTrie.h"
 
 #include <kvx/KVXDefaultMap.h>
 
@@ -82,7 +81,7 @@ NameRef const *NameRefMap::find(int id) const {
     std::size_t const mask = slots.size() - 1;
     for (std::size_t slot = home(id);; slot = (slot + 1) & mask) {
         Slot const &candidate = slots[slot];
-        if (!candidate.full)
+        if (candidate.mark != generation)
             return nullptr;
         if (candidate.id == id)
             return &candidate.ref;
@@ -103,10 +102,10 @@ bool NameRefMap::emplace(int id, NameRef const &ref) {
     std::size_t const mask = slots.size() - 1;
     for (std::size_t slot = home(id);; slot = (slot + 1) & mask) {
         Slot &candidate = slots[slot];
-        if (!candidate.full) {
+        if (candidate.mark != generation) {
             candidate.ref = ref;
             candidate.id = id;
-            candidate.full = true;
+            candidate.mark = generation;
             ++filled;
             return true;
         }
@@ -124,7 +123,7 @@ void NameRefMap::rehash(std::size_t slotCount) {
     shift = 32 - bits;
     filled = 0;
     for (Slot const &slot : old) {
-        if (slot.full)
+        if (slot.mark == generation)
             emplace(slot.id, slot.ref);
     }
 }
@@ -140,20 +139,23 @@ void NameRefMap::clear() {
         shift = 32;
         return;
     }
-    for (Slot &slot : slots)
-        slot.full = false;
+    // Every slot empties at once; only when the counter wraps are the marks
+    // cleared one by one, so that no old mark equals a new generation.
+    if (++generation == 0) {
+        for (Slot &slot : slots)
+            slot.mark = 0;
+        generation = 1;
+    }
 }
 
 KVXProtocolIDMap::KVXProtocolIDMap(KVXBinaryInternals *mapOwner)
-    : names(), types(), nextId(-2), version(40500), owner(mapOwner), aliases(nullptr),
-      tableCorrupt(false), recorded(), ownTableBytes(0), unexplainedEntries(0) {}
+    : names(), types(), nextId(-2), version(40500), owner(mapOwner), aliases(), tableCorrupt(false),
+      recorded(), ownTableBytes(0), unexplainedEntries(0) {}
 
-KVXProtocolIDMap::~KVXProtocolIDMap() {
-    Internal::trieFree(aliases);
-}
+KVXProtocolIDMap::~KVXProtocolIDMap() {}
 
 void KVXProtocolIDMap::copyFrom(KVXProtocolIDMap const &other) {
-    Internal::TrieNode *const copiedAliases = Internal::trieCopy(other.aliases);
+    Internal::AliasTable copiedAliases(other.aliases);
     names = other.names;
     types = other.types;
     // A reference holds a distance from the frame's end, which the copy keeps;
@@ -171,16 +173,17 @@ void KVXProtocolIDMap::copyFrom(KVXProtocolIDMap const &other) {
     std::memcpy(recorded, other.recorded, sizeof recorded);
     ownTableBytes = other.ownTableBytes;
     unexplainedEntries = other.unexplainedEntries;
-    Internal::trieFree(aliases);
-    aliases = copiedAliases;
+    aliases.swap(copiedAliases);
 }
 
-int KVXProtocolIDMap::load() {
-    if (tableCorrupt)
-        return -1;
-    if (!names.empty() || owner == nullptr || owner->buffer == nullptr ||
+int KVXProtocolIDMap::loadTable() {
+    if (owner == nullptr || owner->buffer == nullptr ||
         owner->used < static_cast<int>(Internal::FrameHeadSize) ||
         Internal::frameFlags(owner->buffer) == 0)
+        return 0;
+    // A fresh frame (the start of every parse) has no table to read; with no
+    // room open there is nothing to close either.
+    if (owner->room == 0 && Internal::nameTableSize(owner->buffer) == 0)
         return 0;
     owner->closeRoom(); // the table is read from the end of the root section
     if (Internal::fillFromNameTable(*this, owner->buffer, static_cast<std::uint32_t>(owner->used),
@@ -207,7 +210,7 @@ int KVXProtocolIDMap::findId(CharArray const &name, bool ownEntriesOnly, int *vo
         *vocabularyOut = vocabulary;
     if (vocabulary != 0 && (isRecorded(vocabulary) || names.count(vocabulary) != 0))
         return vocabulary;
-    int const alias = Internal::trieLookup(aliases, name);
+    int const alias = aliases.find(name);
     if (alias != 0 && names.count(alias) != 0)
         return alias;
     if (owner == nullptr || owner->buffer == nullptr ||
@@ -227,7 +230,7 @@ int KVXProtocolIDMap::findId(CharArray const &name, bool ownEntriesOnly, int *vo
     if (!Internal::findNameTableEntry(owner->buffer, used, name, entry) || entry.id == 0)
         return vocabulary;
     if (entry.id != vocabulary)
-        Internal::trieInsert(&aliases, name.data, name.length, entry.id);
+        aliases.insert(name, entry.id);
     // The reference goes to the table entry, not to the caller's text, which
     // may die first (a path segment of a seek does).
     NameRef ref("", entry.textLength);
@@ -245,7 +248,7 @@ int KVXProtocolIDMap::intern(CharArray const &name, int tableKind) {
     if (vocabulary != 0 &&
         ((&map == &names && isRecorded(vocabulary)) || map.count(vocabulary) != 0))
         return vocabulary;
-    int const alias = Internal::trieLookup(aliases, name);
+    int const alias = aliases.find(name);
     if (alias != 0 && map.count(alias) != 0)
         return alias;
     NameRef const ref(name.data, name.length);
@@ -282,8 +285,7 @@ int KVXProtocolIDMap::allotElement(CharArray const &name) {
 void KVXProtocolIDMap::addAlias(CharArray const &name, int id, int tableKind) {
     // The entry just written under a dynamic id is found by its text through
     // this alias from now on; a type's is not, as lookupId searches `names`.
-    if (Internal::trieInsert(&aliases, name.data, name.length, id) &&
-        tableKind != Internal::TableType && unexplainedEntries > 0)
+    if (aliases.insert(name, id) && tableKind != Internal::TableType && unexplainedEntries > 0)
         --unexplainedEntries;
 }
 
@@ -322,9 +324,29 @@ CharArray KVXProtocolIDMap::recordName(int id) {
     CharArray const &row = vocabularyName(id);
     if (row.length == 0)
         return emptyName();
-    writeEntry(NameRef(row.data, row.length), id,
-               id <= 999 ? Internal::TableNamespace : Internal::TableElement,
-               rowFindsItsId(id) ? FoundByName : NotFoundByName);
+    int const tableKind = id <= 999 ? Internal::TableNamespace : Internal::TableElement;
+    Finding const finding = rowFindsItsId(id) ? FoundByName : NotFoundByName;
+    // `names` was searched just above: the entry is new. A document with a
+    // frame, where a parse records each of its names, writes it straight from
+    // the row: writeNewEntry would find the same text through a NameRef.
+    if (owner == nullptr || owner->buffer == nullptr || row.data == nullptr ||
+        row.length >= UINT32_MAX) {
+        writeNewEntry(NameRef(row.data, row.length), id, tableKind, finding);
+        return row;
+    }
+    std::uint32_t const tableBefore = Internal::nameTableSize(owner->buffer);
+    std::uint32_t textOffset = 0;
+    if (owner->addNameEntry(id, tableKind, row.data, static_cast<std::uint32_t>(row.length),
+                            &textOffset) != 0)
+        return row;
+    ownTableBytes += Internal::nameTableSize(owner->buffer) - tableBefore;
+    if (finding != FoundByName)
+        ++unexplainedEntries;
+    NameRef stored("", row.length);
+    stored.owner = owner;
+    stored.distance = static_cast<std::uint32_t>(owner->used) - textOffset;
+    names.emplace(id, stored);
+    markRecorded(id);
     return row;
 }
 
@@ -348,17 +370,25 @@ int KVXProtocolIDMap::addEntry(NameRef const &ref, int id, int tableKind) {
 }
 
 int KVXProtocolIDMap::writeEntry(NameRef const &ref, int id, int tableKind, Finding finding) {
-    NameRefMap &map = tableKind == Internal::TableType ? types : names;
+    NameRefMap const &map = tableKind == Internal::TableType ? types : names;
     if (map.find(id) != nullptr)
         return 0;
+    return writeNewEntry(ref, id, tableKind, finding);
+}
+
+int KVXProtocolIDMap::writeNewEntry(NameRef const &ref, int id, int tableKind, Finding finding) {
+    NameRefMap &map = tableKind == Internal::TableType ? types : names;
     NameRef stored = ref;
     bool written = false;
     if (owner != nullptr && owner->buffer != nullptr) {
         CharArray const text = ref.text();
         std::uint32_t const tableBefore = Internal::nameTableSize(owner->buffer);
+        // The new entry stands at the front of the table, behind the room that
+        // a parse may hold open; the node operation says where its name went.
+        std::uint32_t textOffset = 0;
         if (text.length >= UINT32_MAX ||
-            owner->addNameEntry(id, tableKind, text.data,
-                                static_cast<std::uint32_t>(text.length)) != 0)
+            owner->addNameEntry(id, tableKind, text.data, static_cast<std::uint32_t>(text.length),
+                                &textOffset) != 0)
             return 0;
         ownTableBytes += Internal::nameTableSize(owner->buffer) - tableBefore;
         bool const found =
@@ -366,12 +396,6 @@ int KVXProtocolIDMap::writeEntry(NameRef const &ref, int id, int tableKind, Find
                                        Internal::vocabularyId(text, tableKind) == id);
         if (!found)
             ++unexplainedEntries;
-        // The new entry stands at the front of the table, behind the room that
-        // a parse may hold open.
-        std::uint32_t const textOffset =
-            owner->rootEnd() + owner->room +
-            Internal::headerSize(static_cast<std::uint32_t>(text.length) + 1u,
-                                 static_cast<unsigned>(tableKind));
         stored.data = "";
         stored.length = text.length;
         stored.owner = owner;
@@ -379,12 +403,15 @@ int KVXProtocolIDMap::writeEntry(NameRef const &ref, int id, int tableKind, Find
         written = text.length != 0;
     }
     map.emplace(id, stored);
-    if (written && &map == &names) {
-        unsigned const index = static_cast<unsigned>(id) - static_cast<unsigned>(FirstCachedId);
-        if (index < static_cast<unsigned>(CachedIdCount))
-            recorded[index / 64] |= std::uint64_t(1) << (index % 64);
-    }
+    if (written && &map == &names)
+        markRecorded(id);
     return id;
+}
+
+void KVXProtocolIDMap::markRecorded(int id) {
+    unsigned const index = static_cast<unsigned>(id) - static_cast<unsigned>(FirstCachedId);
+    if (index < static_cast<unsigned>(CachedIdCount))
+        recorded[index / 64] |= std::uint64_t(1) << (index % 64);
 }
 
 void KVXProtocolIDMap::reset() {
@@ -392,8 +419,7 @@ void KVXProtocolIDMap::reset() {
     std::memset(recorded, 0, sizeof recorded);
     ownTableBytes = 0;
     unexplainedEntries = 0;
-    Internal::trieFree(aliases);
-    aliases = nullptr;
+    aliases.clear();
     nextId = -2;
     version = 40500;
     tableCorrupt = false;

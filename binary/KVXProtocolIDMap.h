@@ -6,6 +6,8 @@
 #ifndef KVX_BINARY_KVXPROTOCOLIDMAP_H
 #define KVX_BINARY_KVXPROTOCOLIDMAP_H
 
+#include "binary/AliasTable.h"
+
 #include <kvx/CharArray.h>
 
 #include <cstddef>
@@ -16,9 +18,6 @@
 namespace KVX {
 
 class KVXBinaryInternals;
-namespace Internal {
-struct TrieNode;
-} // namespace Internal
 
 // A name that finds its text by its distance from the end of the frame, so that
 // it survives every edit and reallocation in front of the name table.
@@ -38,7 +37,9 @@ struct NameRef : public Internal::CharArray {
 // The map from id to NameRef of one space. Open addressing over a power-of-two
 // array of slots, with no erase: a document's names only grow until reset.
 // A reset keeps the slots, so a message parsing text after text allocates
-// none, where a node-based map allocated and freed one node per name.
+// none, where a node-based map allocated and freed one node per name. A slot
+// is full when its mark equals the map's generation, so that a reset empties
+// every slot at once by moving to the next generation.
 class NameRefMap {
 public:
     std::size_t size() const { return filled; }
@@ -57,7 +58,7 @@ public:
     // Calls `visit(id, ref)` for every entry, in no particular order.
     template <typename Visit> void forEach(Visit visit) {
         for (Slot &slot : slots) {
-            if (slot.full)
+            if (slot.mark == generation)
                 visit(slot.id, slot.ref);
         }
     }
@@ -66,7 +67,7 @@ private:
     struct Slot {
         NameRef ref;
         int id = 0;
-        bool full = false;
+        std::uint32_t mark = 0; // full when equal to `generation`
     };
     std::size_t home(int id) const {
         // Fibonacci hashing: consecutive ids (the vocabulary's, the dynamic
@@ -78,6 +79,7 @@ private:
     std::vector<Slot> slots;
     std::size_t filled = 0;
     unsigned shift = 32;
+    std::uint32_t generation = 1; // never 0, the mark of a slot never filled
 };
 
 class KVXProtocolIDMap {
@@ -126,7 +128,12 @@ public:
     void reset();
 
     // Makes sure the owner's name table is loaded. 0, or -1 when it is corrupt.
-    int load();
+    // Inline: every lookup asks, and once a name is known the answer is 0.
+    int load() {
+        if (tableCorrupt)
+            return -1;
+        return names.empty() ? loadTable() : 0;
+    }
     // Reads the name table of a whole frame into this map; the names point into
     // `frame`. For a map without an owner (grafting from a received buffer).
     // 0, or -1 when the table is corrupt.
@@ -137,7 +144,7 @@ public:
     int nextId;
     int version;
     KVXBinaryInternals *owner;
-    Internal::TrieNode *aliases;
+    Internal::AliasTable aliases;
     // Set when reading the name table found it corrupt; every later operation
     // that consults the table then gives its empty answer, until reset.
     bool tableCorrupt;
@@ -162,10 +169,16 @@ public:
     int unexplainedEntries;
 
 private:
+    // load() for a map that holds no name yet.
+    int loadTable();
     // Whether lookupId finds an entry by its text before it reads the table:
     // known for the map's own writes, worked out for a caller's.
     enum Finding { FoundByName, NotFoundByName, CheckText };
     int writeEntry(NameRef const &ref, int id, int tableKind, Finding finding);
+    // writeEntry for an id that the caller found missing from its map.
+    int writeNewEntry(NameRef const &ref, int id, int tableKind, Finding finding);
+    // Sets the bit of `recorded` for an id whose non-empty text `names` holds.
+    void markRecorded(int id);
     int findId(Internal::CharArray const &name, bool ownEntriesOnly, int *vocabularyOut);
     // Adds the alias of a dynamic id just given to `name`.
     void addAlias(Internal::CharArray const &name, int id, int tableKind);

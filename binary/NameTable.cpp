@@ -8,7 +8,6 @@
 #include "binary/KVXBinaryInternals.h"
 #include "binary/KVXProtocolIDMap.h"
 #include "binary/WireFormat.h"
-#include "vocabulary/VocabularyTrie.h"
 
 #include <kvx/KVXDefaultMap.h>
 
@@ -17,13 +16,6 @@
 
 namespace KVX {
 namespace Internal {
-
-int vocabularyId(CharArray const &name, int tableKind) {
-    if (tableKind == TableType)
-        return KVXDefaultMap::findType(name);
-    int const element = KVXDefaultMap::findElem(name);
-    return element != 0 ? element : KVXDefaultMap::findNS(name);
-}
 
 NameTableWalk::NameTableWalk(char const *frameBytes, std::uint32_t length)
     : frame(frameBytes), offset(0), tableEnd(0), format(FormatCurrent), failed(false) {
@@ -104,7 +96,7 @@ int fillFromNameTable(KVXProtocolIDMap &map, char const *frame, std::uint32_t le
         target.emplace(entry.id, ref);
         // A later lookup by name must find the frame's id, not the vocabulary's.
         if (vocabularyId(name, entry.tableKind) != entry.id)
-            trieInsert(&map.aliases, name.data, name.length, entry.id);
+            map.aliases.insert(name, entry.id);
         // New dynamic ids must not meet the frame's. The 16-bit spaces store
         // theirs as positive values; with the high bits set they compare with
         // element ids on the one counter.

@@ -4,7 +4,10 @@
 #ifndef KVX_BINARY_NAMETABLE_H
 #define KVX_BINARY_NAMETABLE_H
 
+#include "binary/WireFormat.h"
+
 #include <kvx/CharArray.h>
+#include <kvx/KVXDefaultMap.h>
 
 #include <cstdint>
 
@@ -51,7 +54,13 @@ private:
 
 // The vocabulary's id of `name` in the space of `tableKind`: the element id,
 // else the namespace id, for kinds 0 and 1; the type id for kind 2. 0 if none.
-int vocabularyId(CharArray const &name, int tableKind);
+// Inline: it stands between every first lookup of a name and the vocabulary.
+inline int vocabularyId(CharArray const &name, int tableKind) {
+    if (tableKind == TableType)
+        return KVXDefaultMap::findType(name);
+    int const element = KVXDefaultMap::findElem(name);
+    return element != 0 ? element : KVXDefaultMap::findNS(name);
+}
 
 // Reads the whole table of the frame into `map`: each entry goes into `names`
 // (kinds 0, 1) or `types` (kind 2) unless its id is there already, into the

@@ -187,18 +187,45 @@ std::uint32_t openGap(KVXBinaryInternals &doc, Geometry const &frame, std::uint6
     return static_cast<std::uint32_t>(nodeBytes);
 }
 
+// Copies a name of `length` bytes. Names are a few bytes long: up to 16 go by
+// two overlapping loads and stores instead of a call to memcpy.
+template <typename Word> void copyEnds(char *to, char const *from, std::uint32_t length) {
+    Word head;
+    Word tail;
+    std::memcpy(&head, from, sizeof(Word));
+    std::memcpy(&tail, from + length - sizeof(Word), sizeof(Word));
+    std::memcpy(to, &head, sizeof(Word));
+    std::memcpy(to + length - sizeof(Word), &tail, sizeof(Word));
+}
+
+void copyName(char *to, char const *from, std::uint32_t length) {
+    if (length > 16)
+        std::memcpy(to, from, length);
+    else if (length >= 8)
+        copyEnds<std::uint64_t>(to, from, length);
+    else if (length >= 4)
+        copyEnds<std::uint32_t>(to, from, length);
+    else if (length >= 2)
+        copyEnds<std::uint16_t>(to, from, length);
+    else if (length == 1)
+        to[0] = from[0];
+}
+
 // Writes a name table entry of `entryBytes` at `at`: id, table kind, the size
 // of the text with its NUL, the text, and zeros elsewhere.
 void writeNameEntry(char *at, int id, int tableKind, char const *name, std::uint32_t length,
                     std::uint64_t entryBytes) {
-    std::memset(at, 0, entryBytes);
+    // An entry has at least 16 bytes, and its padding lies within its last 8:
+    // clearing the header and those 8 leaves no byte unwritten, without a
+    // call to clear a few bytes.
+    std::memset(at, 0, 16);
+    std::memset(at + entryBytes - 8, 0, 8);
     std::uint32_t const valueSize = length + 1;
     store32(at, static_cast<std::uint32_t>(id));
     store16(at + 4, static_cast<std::uint16_t>(tableKind));
     store32(at + 8, valueSize);
     char *const text = at + headerSize(valueSize, static_cast<unsigned>(tableKind));
-    if (length != 0)
-        std::memcpy(text, name, length);
+    copyName(text, name, length);
     text[length] = '\0';
 }
 
@@ -570,8 +597,37 @@ void KVXBinaryInternals::remove(BinaryPath &path) {
     path.entries.pop_back();
 }
 
-int KVXBinaryInternals::addNameEntry(int id, int tableKind, char const *text,
-                                     std::uint32_t length) {
+int KVXBinaryInternals::addNameEntry(int id, int tableKind, char const *text, std::uint32_t length,
+                                     std::uint32_t *textOffset) {
+    // A parse records each name once, with room open: the table then ends at
+    // `used` and the entry goes in front of it. That case is decided here
+    // from the head alone, without decoding the root; a text inside the
+    // buffer, and every case that closes the room or fails, take the general
+    // path below, which gives the same bytes.
+    std::less<char const *> const before;
+    if (room != 0 && buffer != nullptr && used >= static_cast<int>(FrameHeadSize) &&
+        tableKind >= TableElement && tableKind <= TableType && length < UINT32_MAX &&
+        (text == nullptr ? length == 0
+                         : before(text, buffer) || !before(text, buffer + capacity))) {
+        std::uint32_t const valueSize = length + 1;
+        std::uint64_t const entryBytes =
+            Internal::nodeSize(valueSize, static_cast<unsigned>(tableKind), frameFormat(buffer));
+        std::uint32_t const table = nameTableSize(buffer);
+        if (table + entryBytes <= NameTableMask && room >= entryBytes &&
+            static_cast<std::uint64_t>(capacity) >
+                static_cast<std::uint64_t>(frameLength()) + entryBytes) {
+            std::uint32_t const start =
+                static_cast<std::uint32_t>(used) - table - static_cast<std::uint32_t>(entryBytes);
+            writeNameEntry(buffer + start, id, tableKind, text, length, entryBytes);
+            store32(buffer + 4,
+                    (frameFlags(buffer) & ~NameTableMask) |
+                        ((table + static_cast<std::uint32_t>(entryBytes)) & NameTableMask));
+            room -= static_cast<std::uint32_t>(entryBytes);
+            if (textOffset != nullptr)
+                *textOffset = start + headerSize(valueSize, static_cast<unsigned>(tableKind));
+            return 0;
+        }
+    }
     Geometry frame;
     if (!readGeometry(*this, frame) || tableKind < TableElement || tableKind > TableType ||
         (text == nullptr && length != 0))
@@ -603,6 +659,8 @@ int KVXBinaryInternals::addNameEntry(int id, int tableKind, char const *text,
             store32(buffer + 4, (frameFlags(buffer) & ~NameTableMask) |
                                     (static_cast<std::uint32_t>(tableBytes) & NameTableMask));
             room -= static_cast<std::uint32_t>(entryBytes);
+            if (textOffset != nullptr)
+                *textOffset = start + headerSize(length + 1, static_cast<unsigned>(tableKind));
             return 0;
         }
     }
@@ -617,6 +675,8 @@ int KVXBinaryInternals::addNameEntry(int id, int tableKind, char const *text,
     store32(buffer + 4, (frameFlags(buffer) & ~NameTableMask) |
                             (static_cast<std::uint32_t>(tableBytes) & NameTableMask));
     used += static_cast<int>(entryBytes);
+    if (textOffset != nullptr)
+        *textOffset = start + headerSize(length + 1, static_cast<unsigned>(tableKind));
     return 0;
 }
 

@@ -11,7 +11,6 @@
 #include "text/TextLimits.h"
 #include "text/TextWriter.h"
 #include "vocabulary/VocabularyConstants.h"
-#include "vocabulary/VocabularyTrie.h"
 
 #include <kvx/KVXBinary.h>
 
@@ -200,6 +199,20 @@ inline char const *textStop(char const *text, char const *inputEnd) {
     while (!inClass(*text, TextStop))
         ++text;
     return text;
+}
+
+// AttributeIds.find, by a pass over the eleven rows: their lengths tell most
+// of them apart, where the tree compared the texts at every level. True, with
+// `id` set, when `name` is one of them.
+bool findAttribute(CharArray const &name, int &id) {
+    for (AttributeRow const &row : AttributeRows) {
+        if (row.name.length == name.length &&
+            sameText(row.name.data, name.data, static_cast<std::size_t>(name.length))) {
+            id = row.id;
+            return true;
+        }
+    }
+    return false;
 }
 
 char const *findChar(CharArray const &view, char c) {
@@ -522,10 +535,8 @@ TextParser::Outcome TextParser::enter(char const *&text, BinaryPath &path, bool 
             int attributeId = 0;
             CharArray declared;
             if (!skipping) {
-                std::map<CharArray, int>::const_iterator row = AttributeIds.find(attribute);
-                if (row != AttributeIds.end()) {
+                if (findAttribute(attribute, attributeId)) {
                     role = Known;
-                    attributeId = row->second;
                 } else if (char const *colon = findChar(attribute, ':')) {
                     CharArray before(attribute.data,
                                      static_cast<unsigned long long>(colon - attribute.data));
@@ -785,17 +796,20 @@ inline std::size_t TextParser::findSlot(NameKey const &key, char const *name,
     // the probe meets an empty slot at the latest.
     std::size_t slot = static_cast<std::size_t>(
         ((key.low ^ (key.high * 0x9E3779B97F4A7C15u) ^ length) * 0xC2B2AE3D27D4EB4Fu) >> 58);
+    static_assert(NameCacheSize == 64, "one bit of cacheFilled per slot");
     for (;; slot = (slot + 1) % NameCacheSize) {
+        if (!slotFilled(slot))
+            return slot;
         CachedName const &cached = nameCache[slot];
-        if (cached.length == 0 ||
-            (cached.length == length && cached.key == key &&
-             (length <= 16 || sameText(cached.data + 16, name + 16, length - 16))))
+        if (cached.length == length && cached.key == key &&
+            (length <= 16 || sameText(cached.data + 16, name + 16, length - 16)))
             return slot;
     }
 }
 
 inline int TextParser::cachedId(NameKey const &key, std::size_t length) const {
-    return nameCache[findSlot(key, nullptr, length)].id; // an empty slot holds id 0
+    std::size_t const slot = findSlot(key, nullptr, length);
+    return slotFilled(slot) ? nameCache[slot].id : 0;
 }
 
 int TextParser::lookupElement(CharArray const &name) {
@@ -807,8 +821,16 @@ int TextParser::lookupElement(CharArray const &name) {
     std::size_t const length = static_cast<std::size_t>(name.length);
     NameKey const key = keyOf(name.data, length);
     std::size_t const slot = findSlot(key, name.data, length);
-    if (nameCache[slot].length != 0)
+    if (slotFilled(slot))
         return nameCache[slot].id;
+    return lookupNewName(name, key, slot);
+}
+
+// Kept out of lookupElement, which then has nearly no registers to save on
+// the way in and out: most lookups hit the cache.
+[[gnu::noinline]] int TextParser::lookupNewName(CharArray const &name, NameKey const &key,
+                                                std::size_t slot) {
+    std::size_t const length = static_cast<std::size_t>(name.length);
     KVXProtocolIDMap &ids = doc.ids;
     pending = CachedName{NameKey{0, 0}, nullptr, 0, 0};
     // The document was reset for this parse and only this parse writes to it.
@@ -819,11 +841,12 @@ int TextParser::lookupElement(CharArray const &name) {
     // entry of `names` goes during a parse. An id that the map found in the
     // frame's table instead is not kept, as a newer entry of the same text
     // would be found there next time.
-    bool const keeps = vocabulary == 0 ? id != 0 && trieLookup(ids.aliases, name) == id
+    bool const keeps = vocabulary == 0 ? id != 0 && ids.aliases.find(name) == id
                                        : vocabulary == id && ids.isRecorded(id);
     if (id != 0 && cachedNames < NameCacheSize * 3 / 4) {
         if (keeps) {
             nameCache[slot] = CachedName{key, name.data, length, id};
+            cacheFilled |= std::uint64_t(1) << slot;
             ++cachedNames;
         } else if (vocabulary == id) {
             // A vocabulary name met for the first time is recorded by the
@@ -839,6 +862,7 @@ void TextParser::keepPendingName() {
     // Nothing has entered the cache since the lookup, so the slot is free.
     if (doc.ids.isRecorded(pending.id)) {
         nameCache[pendingSlot] = pending;
+        cacheFilled |= std::uint64_t(1) << pendingSlot;
         ++cachedNames;
     }
     pending = CachedName{NameKey{0, 0}, nullptr, 0, 0};
@@ -972,11 +996,6 @@ void TextParser::declare(CharArray const &prefix, int id) {
         undo.push_back(Undo{prefix, false, 0});
         scope.emplace(prefix, id);
     }
-}
-
-void TextParser::undoTo(std::size_t mark) {
-    if (undo.size() > mark)
-        undoDeclarations(mark);
 }
 
 void TextParser::undoDeclarations(std::size_t mark) {

@@ -130,10 +130,14 @@ private:
     // sixteen bytes are readable: two loads and a mask.
     static NameKey keyAt(char const *text, std::size_t length);
     // The cache's slot that holds a name, or the empty one where it would go;
-    // and the id that the cache holds for a name of up to sixteen
-    // characters, 0 for none.
+    // whether a slot holds a name; and the id that the cache holds for a name
+    // of up to sixteen characters, 0 for none.
     std::size_t findSlot(NameKey const &key, char const *name, std::size_t length) const;
+    bool slotFilled(std::size_t slot) const { return ((cacheFilled >> slot) & 1u) != 0; }
     int cachedId(NameKey const &key, std::size_t length) const;
+    // lookupElement for a name that is not in the cache, whose key is `key`
+    // and whose free slot there is `slot`.
+    int lookupNewName(CharArray const &name, NameKey const &key, std::size_t slot);
     // Caches the name that lookupElement left pending, once its append has
     // recorded it.
     void keepPendingName();
@@ -149,23 +153,29 @@ private:
     int appendNode(BinaryPath &path, int id, unsigned short kind, char const *value,
                    std::size_t length, bool terminate);
     void declare(CharArray const &prefix, int id);
-    // Takes back the declarations made since `mark`; inline, as most
-    // elements declare nothing.
-    void undoTo(std::size_t mark);
+    // Undoes the declarations made since `mark`. Inline: nearly every element
+    // declares nothing, and then this is one comparison.
+    void undoTo(std::size_t mark) {
+        if (undo.size() > mark)
+            undoDeclarations(mark);
+    }
     void undoDeclarations(std::size_t mark);
 
     // A name of the input text and its id.
     struct CachedName {
         NameKey key;
         char const *data;
-        std::size_t length; // 0 for an empty slot
+        std::size_t length; // 0 for none
         int id;
     };
     static constexpr std::size_t NameCacheSize = 64;
 
     KVXBinaryInternals &doc;
     int policy;
-    CachedName nameCache[NameCacheSize] = {};
+    // Slot i holds a name when bit i of `cacheFilled` is set; the slots are
+    // left uninitialised, so that a parser costs no clearing of them.
+    CachedName nameCache[NameCacheSize];
+    std::uint64_t cacheFilled = 0;
     std::size_t cachedNames = 0;
     char const *inputEnd = nullptr; // the NUL of the text being parsed
     CachedName pending = {};

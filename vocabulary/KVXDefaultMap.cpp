@@ -26,7 +26,7 @@ constexpr CharArray TypeNotFound("", 0);
 
 // A name's hash, eight characters at a time. Only this process reads it, so the
 // host's byte order does not matter.
-std::uint64_t hashName(char const *data, std::size_t length) {
+inline std::uint64_t hashName(char const *data, std::size_t length) {
     std::uint64_t hash = static_cast<std::uint64_t>(length) * 0x9E3779B97F4A7C15u;
     while (length >= 8) {
         std::uint64_t word;
@@ -36,11 +36,48 @@ std::uint64_t hashName(char const *data, std::size_t length) {
         data += 8;
         length -= 8;
     }
+    // The last 1 to 7 characters by two overlapping loads (or three bytes),
+    // which together with the length give every one of them, instead of a
+    // loop whose exit depends on the length.
     std::uint64_t tail = 0;
-    for (std::size_t i = 0; i < length; ++i)
-        tail |= static_cast<std::uint64_t>(static_cast<unsigned char>(data[i])) << (8 * i);
+    if (length >= 4) {
+        std::uint32_t low;
+        std::uint32_t high;
+        std::memcpy(&low, data, 4);
+        std::memcpy(&high, data + length - 4, 4);
+        tail = low | static_cast<std::uint64_t>(high) << 32;
+    } else if (length != 0) {
+        tail = static_cast<std::uint64_t>(static_cast<unsigned char>(data[0])) |
+               static_cast<std::uint64_t>(static_cast<unsigned char>(data[length / 2])) << 8 |
+               static_cast<std::uint64_t>(static_cast<unsigned char>(data[length - 1])) << 16;
+    }
     hash = (hash ^ tail) * 0xC4CEB9FE1A85EC53u;
     return hash ^ (hash >> 29);
+}
+
+// Equality of two texts of `length` bytes, both readable in full. Names of up
+// to 16 characters, nearly all of them, are compared by two overlapping words
+// each instead of a call.
+template <typename Word> bool sameEnds(char const *a, char const *b, std::size_t length) {
+    Word first[2];
+    Word last[2];
+    std::memcpy(&first[0], a, sizeof(Word));
+    std::memcpy(&first[1], b, sizeof(Word));
+    std::memcpy(&last[0], a + length - sizeof(Word), sizeof(Word));
+    std::memcpy(&last[1], b + length - sizeof(Word), sizeof(Word));
+    return first[0] == first[1] && last[0] == last[1];
+}
+
+bool sameBytes(char const *a, char const *b, std::size_t length) {
+    if (length > 16)
+        return std::memcmp(a, b, length) == 0;
+    if (length >= 8)
+        return sameEnds<std::uint64_t>(a, b, length);
+    if (length >= 4)
+        return sameEnds<std::uint32_t>(a, b, length);
+    if (length >= 2)
+        return sameEnds<std::uint16_t>(a, b, length);
+    return length == 0 || a[0] == b[0];
 }
 
 // Open addressing over one table: a slot holds a row index + 1, or 0 when
@@ -82,7 +119,7 @@ public:
         std::size_t slot = hashName(data, length) & mask;
         while (std::uint16_t const taken = slots[slot]) {
             CharArray const &row = table[taken - 1];
-            if (row.length == length && std::memcmp(row.data, data, length) == 0)
+            if (row.length == length && sameBytes(row.data, data, length))
                 return firstId + taken - 1;
             slot = (slot + 1) & mask;
         }

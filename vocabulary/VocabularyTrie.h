@@ -1,5 +1,5 @@
 // Ternary search tree from names to ids: the structure behind the vocabulary's
-// lookups by name, and the per-document alias tree of the id map. Nodes are
+// lookups of keys that end early (empty, null or holding a NUL). Nodes are
 // allocated with `new` (the nodes that one insertion adds, as one block) and
 // owned by whoever holds the root; the fixed trees are built once and then
 // only read, which is safe from any number of threads. A tree that is being

@@ -40,7 +40,7 @@ TEST(KVXBinaryInternals, NewStorageIsBlank) {
     EXPECT_EQ(doc.ids.version, 40500);
     EXPECT_TRUE(doc.ids.names.empty());
     EXPECT_TRUE(doc.ids.types.empty());
-    EXPECT_EQ(doc.ids.aliases, nullptr);
+    EXPECT_TRUE(doc.ids.aliases.empty());
     EXPECT_EQ(doc.rootEnd(), 8u);
     EXPECT_EQ(doc.format(), FormatCurrent);
 }
@@ -81,7 +81,7 @@ TEST(KVXBinaryInternals, ResetClearsNamesAndAliasesButKeepsTypes) {
     doc.ids.version = 30000;
     ASSERT_EQ(doc.resetBuffer(), 0);
     EXPECT_TRUE(doc.ids.names.empty());
-    EXPECT_EQ(doc.ids.aliases, nullptr);
+    EXPECT_TRUE(doc.ids.aliases.empty());
     EXPECT_EQ(doc.ids.nextId, -2);
     EXPECT_EQ(doc.ids.version, 40500);
     EXPECT_EQ(doc.ids.types.count(101), 1u);

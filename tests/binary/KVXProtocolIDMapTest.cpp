@@ -6,7 +6,6 @@
 #include "binary/KVXBinaryInternals.h"
 #include "binary/KVXProtocolIDMap.h"
 #include "binary/WireFormat.h"
-#include "vocabulary/VocabularyTrie.h"
 
 #include <kvx/KVXDefaultMap.h>
 
@@ -36,7 +35,7 @@ TEST(KVXProtocolIDMap, NewMapIsEmpty) {
     EXPECT_EQ(ids.nextId, -2);
     EXPECT_EQ(ids.version, 40500);
     EXPECT_EQ(ids.owner, nullptr);
-    EXPECT_EQ(ids.aliases, nullptr);
+    EXPECT_TRUE(ids.aliases.empty());
     EXPECT_FALSE(ids.tableCorrupt);
     EXPECT_EQ(ids.load(), 0);
 }
@@ -94,8 +93,7 @@ TEST(KVXProtocolIDMap, LookupIdFindsATableEntryAndKeepsItsOwnReference) {
     ASSERT_EQ(makeDocument(doc, Packet, path), 0);
     // A type name is in `types` only; lookup by name still finds its entry.
     ASSERT_EQ(doc.ids.intern(CharArray("urn:t:zzz"), TableType), 0xFFFE);
-    trieFree(doc.ids.aliases);
-    doc.ids.aliases = nullptr;
+    doc.ids.aliases.clear();
     int found = 0;
     {
         std::string segment = "urn:t:zzz";
@@ -107,7 +105,7 @@ TEST(KVXProtocolIDMap, LookupIdFindsATableEntryAndKeepsItsOwnReference) {
     NameRef const &ref = doc.ids.names.at(0xFFFE);
     EXPECT_EQ(ref.owner, &doc);
     EXPECT_EQ(ref.text().str(), "urn:t:zzz");
-    EXPECT_EQ(trieLookup(doc.ids.aliases, CharArray("urn:t:zzz")), 0xFFFE);
+    EXPECT_EQ(doc.ids.aliases.find(CharArray("urn:t:zzz")), 0xFFFE);
 }
 
 TEST(KVXProtocolIDMap, InternOfVocabularyNameWritesOneEntry) {
@@ -120,7 +118,7 @@ TEST(KVXProtocolIDMap, InternOfVocabularyNameWritesOneEntry) {
     EXPECT_EQ(doc.ids.intern(CharArray("node"), TableElement), NodeElement);
     EXPECT_EQ(doc.used, used + 24);
     EXPECT_EQ(doc.ids.nextId, -2);
-    EXPECT_EQ(doc.ids.aliases, nullptr);
+    EXPECT_TRUE(doc.ids.aliases.empty());
 }
 
 TEST(KVXProtocolIDMap, InternOfUnknownNamesAllotsFromOneCounter) {
@@ -226,7 +224,7 @@ TEST(KVXProtocolIDMap, ResetKeepsTypesOnly) {
     doc.ids.tableCorrupt = true;
     doc.ids.reset();
     EXPECT_TRUE(doc.ids.names.empty());
-    EXPECT_EQ(doc.ids.aliases, nullptr);
+    EXPECT_TRUE(doc.ids.aliases.empty());
     EXPECT_EQ(doc.ids.nextId, -2);
     EXPECT_EQ(doc.ids.version, 40500);
     EXPECT_FALSE(doc.ids.tableCorrupt);
@@ -243,10 +241,9 @@ TEST(KVXProtocolIDMap, CopyFromTakesEverythingAndRepointsNames) {
     EXPECT_EQ(other.ids.names.size(), 2u);
     EXPECT_EQ(other.ids.names.at(-2).owner, &other);
     EXPECT_EQ(other.ids.nextId, -3);
-    ASSERT_NE(other.ids.aliases, nullptr);
-    EXPECT_NE(other.ids.aliases, doc.ids.aliases);
+    ASSERT_FALSE(other.ids.aliases.empty());
     doc.ids.reset(); // the copy's aliases are its own
-    EXPECT_EQ(trieLookup(other.ids.aliases, CharArray("x")), -2);
+    EXPECT_EQ(other.ids.aliases.find(CharArray("x")), -2);
 }
 
 TEST(KVXProtocolIDMap, CounterAtTheBottomOfItsRangeStopsAllotting) {
