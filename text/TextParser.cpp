@@ -333,8 +333,12 @@ TextParser::Run TextParser::quickRun(char const *&text, BinaryPath &path, std::v
             open.pop_back();
             if (open.empty())
                 return RunFinished;
-        } else if (quickElement(text, path, open) == NotQuick) {
-            return result;
+        } else {
+            Quick const quickly = quickElement(text, path, open);
+            if (quickly == NotQuick)
+                return result;
+            if (quickly == QuickFailed)
+                return RunFailed;
         }
         result = Progress;
         skipSpace(text);
@@ -366,17 +370,17 @@ inline TextParser::Quick TextParser::quickElement(char const *&text, BinaryPath 
         inputEnd - nameStart >= 16 ? keyAt(nameStart, length) : keyOf(nameStart, length);
     int const id = cachedId(key, length);
     if (id == 0)
-        return NotQuick;
+        return firstUse(text, path, open, CharArray(nameStart, length));
     CharArray const name(nameStart, static_cast<unsigned long long>(length));
     char const *const valueStart = nameEnd + 1;
     char const *const end = textStop(valueStart, inputEnd);
     if (*end != '<')
         return NotQuick; // an entity, or the end of the input
-    std::uint64_t const frameLength = static_cast<std::uint64_t>(doc.frameLength());
     // The end tag compares by the key where its sixteen bytes are readable.
     bool const endsHere = inputEnd - (end + 2) >= 16 ? end[1] == '/' && end[2 + length] == '>' &&
                                                            keyAt(end + 2, length) == key
                                                      : atEndTag(end, name, inputEnd);
+    std::uint64_t const frameLength = static_cast<std::uint64_t>(doc.frameLength());
     if (endsHere) {
         std::size_t const valueLength = static_cast<std::size_t>(end - valueStart);
         // appendLeaf's limits, so that the same texts take the same way.
@@ -404,6 +408,13 @@ inline TextParser::Quick TextParser::quickElement(char const *&text, BinaryPath 
         doc.setNamespace(path, path.namespaces.back());
         quickTrusted = false;
     }
+    openElement(open, start, name);
+    text = end;
+    return QuickOpened;
+}
+
+inline void TextParser::openElement(std::vector<Open> &open, char const *start,
+                                    CharArray const &name) {
     open.emplace_back();
     Open &opened = open.back();
     opened.start = start;
@@ -412,6 +423,52 @@ inline TextParser::Quick TextParser::quickElement(char const *&text, BinaryPath 
     opened.unknownTop = false;
     opened.skipping = false;
     opened.mark = undo.size();
+}
+
+TextParser::Quick TextParser::firstUse(char const *&text, BinaryPath &path, std::vector<Open> &open,
+                                       CharArray const &name) {
+    // The same steps as enter() and appendLeaf() in their order: the limits,
+    // the lookup (which may leave the name pending), the name's entry, the
+    // node by the general append, and the pending name into the cache. The
+    // lookup runs only where the quick way is then taken, but a second one by
+    // enter() would find the same id.
+    char const *const start = name.data - 1;
+    char const *const valueStart = name.data + name.length + 1;
+    char const *const end = textStop(valueStart, inputEnd);
+    if (*end != '<')
+        return NotQuick; // an entity, or the end of the input
+    bool const leaf = atEndTag(end, name, inputEnd);
+    std::uint64_t const frameLength = static_cast<std::uint64_t>(doc.frameLength());
+    std::size_t const valueLength = static_cast<std::size_t>(end - valueStart);
+    constexpr std::size_t Slack = 1024; // as in appendLeaf
+    if (leaf ? !fitsTextLimit(frameLength, valueLength + MaxNameLength + 64 + Slack) ||
+                   static_cast<std::uint64_t>(valueLength) + Slack >=
+                       static_cast<std::uint64_t>(doc.capacity)
+             : afterSpace(valueStart) != end || end[1] == '/' ||
+                   !fitsTextLimit(frameLength, MaxNameLength + 64))
+        return NotQuick;
+    int const id = lookupElement(name);
+    if (static_cast<unsigned>(id) <= static_cast<unsigned>(LastAttributeId))
+        return NotQuick; // no id, or an attribute's: enter() decides
+    // From here on the frame is edited by the general operations.
+    quickTrusted = false;
+    if (leaf) {
+        if (!doc.ids.recordsName(id))
+            return NotQuick; // appendLeaf leaves it to enter() too
+        if (doc.appendTextAtEnd(path, id, valueStart, static_cast<std::uint32_t>(valueLength)) != 0)
+            return QuickFailed;
+        text = end + name.length + 3;
+    } else {
+        if (doc.appendAtEnd(path, id, KindUntyped, nullptr, 0, false) != 0)
+            return QuickFailed;
+        if (!path.namespaces.empty())
+            doc.setNamespace(path, path.namespaces.back());
+    }
+    if (pending.length != 0)
+        keepPendingName();
+    if (leaf)
+        return QuickLeaf;
+    openElement(open, start, name);
     text = end;
     return QuickOpened;
 }

@@ -89,7 +89,7 @@ private:
     // nothing changed, where the general path must run.
     Leaf appendLeaf(char const *&text, BinaryPath &path, int id, CharArray const &name,
                     bool hasPrefix, CharArray const &prefix);
-    enum Quick { NotQuick, QuickLeaf, QuickOpened };
+    enum Quick { NotQuick, QuickLeaf, QuickOpened, QuickFailed };
     // The two elements that make up nearly all of a packet, read in one short
     // pass where the general path gives the same nodes: "<name>text</name>"
     // and "<name>" followed by a child's start tag, for a name in the cache,
@@ -98,6 +98,13 @@ private:
     // element on `open`; NotQuick reads and changes nothing.
     [[gnu::always_inline]] Quick quickElement(char const *&text, BinaryPath &path,
                                               std::vector<Open> &open);
+    // quickElement for `name`, the name of a start tag at `text` that ends
+    // with its '>', when the name is not in the cache yet. QuickFailed where
+    // enter() would fail.
+    [[gnu::noinline]] Quick firstUse(char const *&text, BinaryPath &path, std::vector<Open> &open,
+                                     CharArray const &name);
+    // Pushes an element that has no attributes and gets children.
+    void openElement(std::vector<Open> &open, char const *start, CharArray const &name);
     enum Run { NoProgress, Progress, RunFailed, RunFinished };
     // Elements and end tags read by the quick path one after another, from a
     // start or end tag at `text` inside the innermost of `open`, until one
