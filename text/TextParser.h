@@ -7,6 +7,7 @@
 #define KVX_TEXT_TEXTPARSER_H
 
 #include "binary/KVXBinaryInternals.h"
+#include "text/NameCache.h"
 
 #include <kvx/BinaryPath.h>
 #include <kvx/CharArray.h>
@@ -114,6 +115,12 @@ private:
     Run quickRun(char const *&text, BinaryPath &path, std::vector<Open> &open);
     // The end of an element that had child elements; `text` is at its end tag.
     int close(char const *&text, BinaryPath &path, Open const &open);
+    // The attributes of a start tag, `text` being at its first one, up to its
+    // '>' or '/': attribute nodes, namespace declarations (a default one
+    // pushed on `path`, then `pushed`), the element's namespace and its
+    // complex type. 0, or -1 where the tag is refused.
+    int readAttributes(char const *&text, BinaryPath &path, bool skipping, bool hasPrefix,
+                       CharArray const &prefix, bool &pushed);
     // Sets the element's namespace from its prefix or the default in force.
     int setElementNamespace(BinaryPath &path, bool hasPrefix, CharArray const &prefix);
     // Stores the content as the value of the element at the end of `path`.
@@ -123,28 +130,9 @@ private:
     // lookupId of the id map, answered from a small cache for the names that
     // keep their id (see the definition).
     int lookupElement(CharArray const &name);
-    // The first sixteen characters of a name, zeros behind its end: names of
-    // up to sixteen characters, nearly all of them, compare as two words.
-    struct NameKey {
-        std::uint64_t low;
-        std::uint64_t high;
-        bool operator==(NameKey const &other) const {
-            return low == other.low && high == other.high;
-        }
-    };
-    static NameKey keyOf(char const *name, std::size_t length);
-    // keyOf for a name of at most sixteen characters at `text`, of which
-    // sixteen bytes are readable: two loads and a mask.
-    static NameKey keyAt(char const *text, std::size_t length);
-    // The cache's slot that holds a name, or the empty one where it would go;
-    // whether a slot holds a name; and the id that the cache holds for a name
-    // of up to sixteen characters, 0 for none.
-    std::size_t findSlot(NameKey const &key, char const *name, std::size_t length) const;
-    bool slotFilled(std::size_t slot) const { return ((cacheFilled >> slot) & 1u) != 0; }
-    int cachedId(NameKey const &key, std::size_t length) const;
     // lookupElement for a name that is not in the cache, whose key is `key`
     // and whose free slot there is `slot`.
-    int lookupNewName(CharArray const &name, NameKey const &key, std::size_t slot);
+    int lookupNewName(CharArray const &name, NameCache::Key const &key, std::size_t slot);
     // Caches the name that lookupElement left pending, once its append has
     // recorded it.
     void keepPendingName();
@@ -168,27 +156,22 @@ private:
     }
     void undoDeclarations(std::size_t mark);
 
-    // A name of the input text and its id.
-    struct CachedName {
-        NameKey key;
-        char const *data;
-        std::size_t length; // 0 for none
-        int id;
+    // A vocabulary name met for the first time, cached once its append has
+    // recorded it (keepPendingName), in the slot the lookup found free.
+    struct Pending {
+        NameCache::Entry entry; // length 0 for none
+        std::size_t slot;
     };
-    static constexpr std::size_t NameCacheSize = 64;
+    // One of the ten attributes of the format by its name: true, with `id`.
+    static bool findAttribute(CharArray const &name, int &id);
 
     KVXBinaryInternals &doc;
     int policy;
-    // Slot i holds a name when bit i of `cacheFilled` is set; the slots are
-    // left uninitialised, so that a parser costs no clearing of them.
-    CachedName nameCache[NameCacheSize];
-    std::uint64_t cacheFilled = 0;
-    std::size_t cachedNames = 0;
+    NameCache names;
     char const *inputEnd = nullptr; // the NUL of the text being parsed
-    CachedName pending = {};
+    Pending pending = {};
     KVXBinaryInternals::QuickState quick; // of the quick appends (quickElement)
     bool quickTrusted = false;            // `quick` is current (see quickAppend)
-    std::size_t pendingSlot = 0;
     Scope scope;
     std::vector<Undo> undo;
 };
