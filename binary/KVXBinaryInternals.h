@@ -85,8 +85,9 @@ public:
     // `value` and a NUL (`leaf`; `path` is left as it was), or an element
     // without a value, which is pushed on `path`. The same bytes as
     // appendAtEnd; false, with nothing changed, where appendAtEnd must run.
-    // `trusted`: the last quickAppend on `state` succeeded, and only
-    // quickSettle or settleAtEnd ran since, so `state` is current.
+    // `trusted`: the last quickAppend on `state` succeeded, on this `path`,
+    // and since then only quickSettle or settleAtEnd ran and only the path's
+    // end changed, so `state` is current and the path still starts at the root.
     // Inline (binary/QuickAppend.h): a parse runs it once per element.
     [[gnu::always_inline]] bool quickAppend(QuickState &state, BinaryPath &path, int id,
                                             char const *value, std::uint32_t length, bool leaf,

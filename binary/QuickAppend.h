@@ -61,9 +61,13 @@ inline bool KVXBinaryInternals::quickAppend(QuickState &state, BinaryPath &path,
         return false;
     // An element whose name this document recorded already: append would
     // report the name, and here it needs no search.
-    if (path.entries.empty() || path.entries.front().offset != RootOffset ||
-        static_cast<unsigned>(id) <= static_cast<unsigned>(LastAttributeId) ||
-        (!trusted && ids.tableCorrupt) || !ids.isRecorded(id) || length >= UINT32_MAX - 16)
+    static_assert(KVXProtocolIDMap::FirstCachedId > LastAttributeId,
+                  "isRecorded is false for attribute ids");
+    // The path's first entry stays the root while only quick appends and
+    // settles change the path's end.
+    if ((!trusted &&
+         (path.entries.empty() || path.entries.front().offset != RootOffset || ids.tableCorrupt)) ||
+        !ids.isRecorded(id) || length >= UINT32_MAX - 16)
         return false;
     std::uint32_t const rootEnd = state.rootEnd;
     std::uint32_t const valueSize = leaf ? length + 1 : 0;

@@ -41,13 +41,17 @@ public:
         return key;
     }
     // keyOf for a name of at most sixteen characters at `text`, of which
-    // sixteen bytes are readable: two loads and a mask.
-    static Key keyAt(char const *text, std::size_t length) {
+    // sixteen bytes are readable: two loads and the mask of its length.
+    static Key maskOf(std::size_t length) {
+        return Key{FirstBytes.masks[length < 8 ? length : 8],
+                   FirstBytes.masks[length > 8 ? length - 8 : 0]};
+    }
+    static Key keyAt(char const *text, Key const &mask) {
         Key key;
         std::memcpy(&key.low, text, 8);
         std::memcpy(&key.high, text + 8, 8);
-        key.low &= FirstBytes.masks[length < 8 ? length : 8];
-        key.high &= FirstBytes.masks[length > 8 ? length - 8 : 0];
+        key.low &= mask.low;
+        key.high &= mask.high;
         return key;
     }
 

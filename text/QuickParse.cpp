@@ -16,6 +16,14 @@
 namespace KVX {
 namespace Internal {
 
+// Here, where the quick path closes most elements, so that it is inlined.
+void TextParser::leave(BinaryPath &path) {
+    std::uint32_t const offset = path.entries.back().offset;
+    if (!doc.quickSettle(quick, offset, quickTrusted))
+        doc.settleAtEnd(offset);
+    path.entries.pop_back();
+}
+
 TextParser::Run TextParser::quickRun(char const *&text, BinaryPath &path, std::vector<Open> &open) {
     // The child loop of parseElements for the elements that quickElement
     // takes and the end tags of elements without declarations, namespaces
@@ -68,12 +76,12 @@ inline TextParser::Quick TextParser::quickElement(char const *&text, BinaryPath 
     char const *const nameStart = start + 1;
     char const *const nameEnd = quickNameEnd(nameStart, inputEnd);
     std::size_t const length = static_cast<std::size_t>(nameEnd - nameStart);
-    if (*nameEnd != '>' || length == 0 || length > MaxNameLength || *nameStart == '!' ||
-        *nameStart == '?')
+    // Names of 1 to 16 characters (MaxNameLength is larger).
+    static_assert(MaxNameLength >= 16, "a quick name is within the limit");
+    if (*nameEnd != '>' || length - 1 >= 16 || *nameStart == '!' || *nameStart == '?')
         return NotQuick;
-    if (length > 16)
-        return NotQuick;
-    NameCache::Key const key = inputEnd - nameStart >= 16 ? NameCache::keyAt(nameStart, length)
+    NameCache::Key const mask = NameCache::maskOf(length);
+    NameCache::Key const key = inputEnd - nameStart >= 16 ? NameCache::keyAt(nameStart, mask)
                                                           : NameCache::keyOf(nameStart, length);
     int const id = names.idOf(key, length);
     if (id == 0)
@@ -85,14 +93,15 @@ inline TextParser::Quick TextParser::quickElement(char const *&text, BinaryPath 
         return NotQuick; // an entity, or the end of the input
     // The end tag compares by the key where its sixteen bytes are readable.
     bool const endsHere = inputEnd - (end + 2) >= 16 ? end[1] == '/' && end[2 + length] == '>' &&
-                                                           NameCache::keyAt(end + 2, length) == key
+                                                           NameCache::keyAt(end + 2, mask) == key
                                                      : atEndTag(end, name, inputEnd);
     std::uint64_t const frameLength = static_cast<std::uint64_t>(doc.frameLength());
     if (endsHere) {
         std::size_t const valueLength = static_cast<std::size_t>(end - valueStart);
-        // appendLeaf's limits, so that the same texts take the same way.
+        // appendLeaf's limits, so that the same texts take the same way; in
+        // 64 bits the sum of a frame's and a text's length cannot wrap.
         constexpr std::size_t Slack = 1024;
-        if (!fitsTextLimit(frameLength, valueLength + MaxNameLength + 64 + Slack) ||
+        if (frameLength + valueLength + (MaxNameLength + 64 + Slack) > MaxTextLength ||
             static_cast<std::uint64_t>(valueLength) + Slack >=
                 static_cast<std::uint64_t>(doc.capacity) ||
             !doc.quickAppend(quick, path, id, valueStart, static_cast<std::uint32_t>(valueLength),
@@ -105,7 +114,7 @@ inline TextParser::Quick TextParser::quickElement(char const *&text, BinaryPath 
     // Only blanks may stand between the tag and the child's start tag; other
     // text in front of markup is the value of a leaf.
     if (afterSpace(valueStart) != end || end[1] == '/' ||
-        !fitsTextLimit(frameLength, MaxNameLength + 64) ||
+        frameLength + (MaxNameLength + 64) > MaxTextLength ||
         !doc.quickAppend(quick, path, id, nullptr, 0, false, quickTrusted))
         return NotQuick;
     quickTrusted = true;

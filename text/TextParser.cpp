@@ -457,13 +457,6 @@ int TextParser::appendNode(BinaryPath &path, int id, unsigned short kind, char c
     return doc.appendAtEnd(path, id, kind, value, static_cast<std::uint32_t>(length), terminate);
 }
 
-void TextParser::leave(BinaryPath &path) {
-    std::uint32_t const offset = path.entries.back().offset;
-    if (!doc.quickSettle(quick, offset, quickTrusted))
-        doc.settleAtEnd(offset);
-    path.entries.pop_back();
-}
-
 void TextParser::settlePath(BinaryPath const &path) {
     for (PathEntry const &entry : path.entries)
         doc.settleAtEnd(entry.offset);
