@@ -89,9 +89,11 @@ public:
     // and since then only quickSettle or settleAtEnd ran and only the path's
     // end changed, so `state` is current and the path still starts at the root.
     // Inline (binary/QuickAppend.h): a parse runs it once per element.
+    // `recorded`: the caller knows that ids.recordsName(id) holds, which
+    // append would test; otherwise only the recorded bit is taken for it.
     [[gnu::always_inline]] bool quickAppend(QuickState &state, BinaryPath &path, int id,
                                             char const *value, std::uint32_t length, bool leaf,
-                                            bool trusted = false);
+                                            bool trusted = false, bool recorded = false);
     // Gives the container at `offset` its size as settleAtEnd does, where the
     // last quickAppend left the frame as it is. False, with nothing changed,
     // where settleAtEnd must run. `trusted` as for quickAppend. Inline as

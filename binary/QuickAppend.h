@@ -47,7 +47,7 @@ inline void copyText(char *to, char const *from, std::uint32_t length) {
 
 inline bool KVXBinaryInternals::quickAppend(QuickState &state, BinaryPath &path, int id,
                                             char const *value, std::uint32_t length, bool leaf,
-                                            bool trusted) {
+                                            bool trusted, bool recorded) {
     using namespace Internal;
     // A trusted state is one that the caller knows to be current: the last
     // quickAppend succeeded and nothing but quickSettle and settleAtEnd ran
@@ -67,7 +67,7 @@ inline bool KVXBinaryInternals::quickAppend(QuickState &state, BinaryPath &path,
     // settles change the path's end.
     if ((!trusted &&
          (path.entries.empty() || path.entries.front().offset != RootOffset || ids.tableCorrupt)) ||
-        !ids.isRecorded(id) || length >= UINT32_MAX - 16)
+        (!recorded && !ids.isRecorded(id)) || length >= UINT32_MAX - 16)
         return false;
     std::uint32_t const rootEnd = state.rootEnd;
     std::uint32_t const valueSize = leaf ? length + 1 : 0;

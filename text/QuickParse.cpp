@@ -84,8 +84,13 @@ inline TextParser::Quick TextParser::quickElement(char const *&text, BinaryPath 
     NameCache::Key const key = inputEnd - nameStart >= 16 ? NameCache::keyAt(nameStart, mask)
                                                           : NameCache::keyOf(nameStart, length);
     int const id = names.idOf(key, length);
-    if (id == 0)
-        return firstUse(text, path, open, CharArray(nameStart, length));
+    // A cached id above 0 is one whose name the document holds with this
+    // text: a vocabulary id recorded by this parse, or an id that the frame's
+    // own table gave (see lookupNewName, keepPendingName), so append would
+    // find the name. Attribute ids (which append treats apart) and dynamic
+    // ids (below 0) are left to the general path.
+    if (id <= LastAttributeId)
+        return id == 0 ? firstUse(text, path, open, CharArray(nameStart, length)) : NotQuick;
     CharArray const name(nameStart, static_cast<unsigned long long>(length));
     char const *const valueStart = nameEnd + 1;
     char const *const end = textStop(valueStart, inputEnd);
@@ -105,7 +110,7 @@ inline TextParser::Quick TextParser::quickElement(char const *&text, BinaryPath 
             static_cast<std::uint64_t>(valueLength) + Slack >=
                 static_cast<std::uint64_t>(doc.capacity) ||
             !doc.quickAppend(quick, path, id, valueStart, static_cast<std::uint32_t>(valueLength),
-                             true, quickTrusted))
+                             true, quickTrusted, true))
             return NotQuick;
         quickTrusted = true;
         text = end + length + 3;
@@ -115,7 +120,7 @@ inline TextParser::Quick TextParser::quickElement(char const *&text, BinaryPath 
     // text in front of markup is the value of a leaf.
     if (afterSpace(valueStart) != end || end[1] == '/' ||
         frameLength + (MaxNameLength + 64) > MaxTextLength ||
-        !doc.quickAppend(quick, path, id, nullptr, 0, false, quickTrusted))
+        !doc.quickAppend(quick, path, id, nullptr, 0, false, quickTrusted, true))
         return NotQuick;
     quickTrusted = true;
     // The namespace in force, set again as setElementNamespace does. It may
