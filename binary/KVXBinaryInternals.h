@@ -58,7 +58,8 @@ public:
     // which the builder calls before the entry leaves the path and before any
     // other operation that reads the sizes of the path's entries. Until then
     // an open entry's size is too small, never too large. Falls back to append
-    // for an empty path. 0 or -1, as append.
+    // for an empty path (the root), and then opens the room behind it. 0 or
+    // -1, as append.
     int appendAtEnd(BinaryPath &path, int id, unsigned short kind, void const *value,
                     std::uint32_t length, bool terminate);
     // appendAtEnd of a KindUntyped leaf holding `value` and a NUL, leaving

@@ -35,24 +35,38 @@ CharArray const &vocabularyName(int id) {
 
 // Whether lookupId, given the vocabulary row of `id`, finds `id` again: true
 // for an element row (rows are unique), and for a namespace row that no
-// element shares. Worked out once for the cached range of ids.
-bool rowFindsItsId(int id) {
-    static std::vector<bool> const finds = [] {
-        std::vector<bool> table(KVXProtocolIDMap::CachedIdCount);
-        for (int index = 0; index < KVXProtocolIDMap::CachedIdCount; ++index) {
-            int const rowId = KVXProtocolIDMap::FirstCachedId + index;
-            CharArray const &row = vocabularyName(rowId);
-            table[static_cast<std::size_t>(index)] =
-                row.length != 0 && Internal::vocabularyId(row, Internal::TableElement) == rowId;
-        }
-        return table;
-    }();
-    unsigned const index =
-        static_cast<unsigned>(id) - static_cast<unsigned>(KVXProtocolIDMap::FirstCachedId);
-    if (index < static_cast<unsigned>(KVXProtocolIDMap::CachedIdCount))
-        return finds[index];
-    CharArray const &row = vocabularyName(id);
+// element shares.
+bool rowFindsItsId(int id, CharArray const &row) {
     return row.length != 0 && Internal::vocabularyId(row, Internal::TableElement) == id;
+}
+
+// The vocabulary row of an id of the cached range, and rowFindsItsId of it,
+// worked out once for the whole range: recording a name asks both, and the
+// answer then costs one load instead of two calls into the vocabulary.
+struct CachedRow {
+    CharArray const *row;
+    bool findsItsId;
+};
+
+[[gnu::noinline]] std::vector<CachedRow> buildCachedRows() {
+    std::vector<CachedRow> table(KVXProtocolIDMap::CachedIdCount);
+    for (int index = 0; index < KVXProtocolIDMap::CachedIdCount; ++index) {
+        int const rowId = KVXProtocolIDMap::FirstCachedId + index;
+        CharArray const &row = vocabularyName(rowId);
+        table[static_cast<std::size_t>(index)] = CachedRow{&row, rowFindsItsId(rowId, row)};
+    }
+    return table;
+}
+
+// The row of FirstCachedId first. Built by one thread, the first to ask.
+inline CachedRow const *cachedRows() {
+    static std::vector<CachedRow> const rows = buildCachedRows();
+    return rows.data();
+}
+
+bool isCached(int id) {
+    return static_cast<unsigned>(id) - static_cast<unsigned>(KVXProtocolIDMap::FirstCachedId) <
+           static_cast<unsigned>(KVXProtocolIDMap::CachedIdCount);
 }
 
 bool hasNoName(int id, int lastUnnamed) {
@@ -75,7 +89,7 @@ CharArray NameRef::text() const {
     return CharArray(data, length);
 }
 
-NameRef const *NameRefMap::find(int id) const {
+NameRef const *NameRefMap::findSlot(int id) const {
     if (filled == 0)
         return nullptr;
     std::size_t const mask = slots.size() - 1;
@@ -95,10 +109,21 @@ NameRef const &NameRefMap::at(int id) const {
     return *found;
 }
 
-bool NameRefMap::emplace(int id, NameRef const &ref) {
+bool NameRefMap::emplaceAside(int id, NameRef const &ref) {
+    unsigned const index = directIndex(id);
+    bool const direct = index < DirectCount;
+    // In the vocabulary's range the bit answers whether the id is there: a new
+    // one goes to the first free slot of its probe without comparing ids.
+    if (direct && isPresent(index))
+        return false;
     // At most half full, so that a probe meets an empty slot soon.
     if ((filled + 1) * 2 > slots.size())
         rehash(slots.empty() ? 32 : slots.size() * 2);
+    if (direct) {
+        place(id, ref);
+        markPresent(index);
+        return true;
+    }
     std::size_t const mask = slots.size() - 1;
     for (std::size_t slot = home(id);; slot = (slot + 1) & mask) {
         Slot &candidate = slots[slot];
@@ -124,7 +149,7 @@ void NameRefMap::rehash(std::size_t slotCount) {
     filled = 0;
     for (Slot const &slot : old) {
         if (slot.mark == generation)
-            emplace(slot.id, slot.ref);
+            place(slot.id, slot.ref);
     }
 }
 
@@ -132,6 +157,10 @@ void NameRefMap::clear() {
     if (filled == 0)
         return;
     filled = 0;
+    // Only the words of `present` that an id was set in are cleared.
+    for (std::uint64_t words = presentWords; words != 0; words &= words - 1)
+        present[__builtin_ctzll(words)] = 0;
+    presentWords = 0;
     // A large table is given back rather than cleared slot by slot at every
     // reset of a message that once held many names.
     if (slots.size() > 1024) {
@@ -194,21 +223,17 @@ int KVXProtocolIDMap::loadTable() {
     return 0;
 }
 
-int KVXProtocolIDMap::lookupId(CharArray const &name) {
-    return findId(name, false, nullptr);
-}
-
-int KVXProtocolIDMap::lookupOwnId(CharArray const &name, int *vocabulary) {
-    return findId(name, true, vocabulary);
-}
-
-int KVXProtocolIDMap::findId(CharArray const &name, bool ownEntriesOnly, int *vocabularyOut) {
+// Inline into lookupId and lookupOwnId: the first use of every name of a
+// parse passes here, and most return before the search of the table.
+inline int KVXProtocolIDMap::findId(CharArray const &name, bool ownEntriesOnly,
+                                    int *vocabularyOut) {
     if (load() != 0)
         return 0;
     int const vocabulary = Internal::vocabularyId(name, Internal::TableElement);
     if (vocabularyOut != nullptr)
         *vocabularyOut = vocabulary;
-    if (vocabulary != 0 && (isRecorded(vocabulary) || names.count(vocabulary) != 0))
+    // A vocabulary id is one of the ids whose presence `names` tells by a bit.
+    if (vocabulary != 0 && names.count(vocabulary) != 0)
         return vocabulary;
     int const alias = aliases.find(name);
     if (alias != 0 && names.count(alias) != 0)
@@ -222,6 +247,18 @@ int KVXProtocolIDMap::findId(CharArray const &name, bool ownEntriesOnly, int *vo
     if (ownEntriesOnly && unexplainedEntries == 0 &&
         Internal::nameTableSize(owner->buffer) == ownTableBytes)
         return vocabulary;
+    return searchTable(name, vocabulary);
+}
+
+int KVXProtocolIDMap::lookupId(CharArray const &name) {
+    return findId(name, false, nullptr);
+}
+
+int KVXProtocolIDMap::lookupOwnId(CharArray const &name, int *vocabulary) {
+    return findId(name, true, vocabulary);
+}
+
+int KVXProtocolIDMap::searchTable(CharArray const &name, int vocabulary) {
     // Last resort: the frame's own table, which may name this text under an id
     // that neither the vocabulary nor the aliases know.
     owner->closeRoom(); // the table is read from the end of the root section
@@ -245,8 +282,7 @@ int KVXProtocolIDMap::intern(CharArray const &name, int tableKind) {
         return 0;
     NameRefMap &map = tableKind == Internal::TableType ? types : names;
     int const vocabulary = Internal::vocabularyId(name, tableKind);
-    if (vocabulary != 0 &&
-        ((&map == &names && isRecorded(vocabulary)) || map.count(vocabulary) != 0))
+    if (vocabulary != 0 && map.count(vocabulary) != 0)
         return vocabulary;
     int const alias = aliases.find(name);
     if (alias != 0 && map.count(alias) != 0)
@@ -321,11 +357,14 @@ CharArray KVXProtocolIDMap::recordName(int id) {
     if (found != nullptr)
         return found->text();
     // A vocabulary id gets its entry too: the frame describes itself.
-    CharArray const &row = vocabularyName(id);
+    CachedRow const cached =
+        isCached(id) ? cachedRows()[id - FirstCachedId] : CachedRow{&vocabularyName(id), false};
+    CharArray const &row = *cached.row;
     if (row.length == 0)
         return emptyName();
     int const tableKind = id <= 999 ? Internal::TableNamespace : Internal::TableElement;
-    Finding const finding = rowFindsItsId(id) ? FoundByName : NotFoundByName;
+    bool const findsItsId = isCached(id) ? cached.findsItsId : rowFindsItsId(id, row);
+    Finding const finding = findsItsId ? FoundByName : NotFoundByName;
     // `names` was searched just above: the entry is new. A document with a
     // frame, where a parse records each of its names, writes it straight from
     // the row: writeNewEntry would find the same text through a NameRef.

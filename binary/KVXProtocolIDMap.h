@@ -39,20 +39,42 @@ struct NameRef : public Internal::CharArray {
 // A reset keeps the slots, so a message parsing text after text allocates
 // none, where a node-based map allocated and freed one node per name. A slot
 // is full when its mark equals the map's generation, so that a reset empties
-// every slot at once by moving to the next generation.
+// every slot at once by moving to the next generation. The ids of the
+// vocabulary's three tables (101 to 2304) also have one bit each that says
+// whether the map holds them: the first use of a vocabulary name asks for an
+// id that is not there, and that answer then costs no probe.
 class NameRefMap {
 public:
+    NameRefMap() : present(), presentWords(0) {}
+
     std::size_t size() const { return filled; }
     bool empty() const { return filled == 0; }
     std::size_t count(int id) const { return find(id) != nullptr ? 1 : 0; }
-    NameRef const *find(int id) const;
+    NameRef const *find(int id) const {
+        unsigned const index = directIndex(id);
+        if (index < DirectCount && !isPresent(index))
+            return nullptr;
+        return findSlot(id);
+    }
     NameRef *find(int id) {
         return const_cast<NameRef *>(static_cast<NameRefMap const &>(*this).find(id));
     }
     // The reference under `id`; throws std::out_of_range when there is none.
     NameRef const &at(int id) const;
     // Adds `ref` under `id` unless the id is there; true when added.
-    bool emplace(int id, NameRef const &ref);
+    bool emplace(int id, NameRef const &ref) {
+        // Inline for a vocabulary id where no rehash is due, the case of every
+        // name that a parse records: its bit says whether it is new.
+        unsigned const index = directIndex(id);
+        if (index < DirectCount && (filled + 1) * 2 <= slots.size()) {
+            if (isPresent(index))
+                return false;
+            place(id, ref);
+            markPresent(index);
+            return true;
+        }
+        return emplaceAside(id, ref);
+    }
     // Empty, keeping the slots unless there are many of them.
     void clear();
     // Calls `visit(id, ref)` for every entry, in no particular order.
@@ -69,17 +91,51 @@ private:
         int id = 0;
         std::uint32_t mark = 0; // full when equal to `generation`
     };
+    static constexpr int FirstDirectId = 101; // the first type id
+    static constexpr int LastDirectId = 2304; // the last element id
+    static constexpr unsigned DirectCount = LastDirectId - FirstDirectId + 1;
+    static constexpr unsigned DirectWords = (DirectCount + 63) / 64;
+    static_assert(DirectWords <= 64, "one bit of presentWords per word of present");
+    // The bit of `id` in `present`, or DirectCount and above outside the range.
+    static unsigned directIndex(int id) {
+        return static_cast<unsigned>(id) - static_cast<unsigned>(FirstDirectId);
+    }
+    bool isPresent(unsigned index) const {
+        return ((present[index / 64] >> (index % 64)) & 1u) != 0;
+    }
     std::size_t home(int id) const {
         // Fibonacci hashing: consecutive ids (the vocabulary's, the dynamic
         // ones counting down) spread over the slots.
         return static_cast<std::size_t>((static_cast<std::uint32_t>(id) * 2654435769u) >> shift);
     }
+    void markPresent(unsigned index) {
+        present[index / 64] |= std::uint64_t(1) << (index % 64);
+        presentWords |= std::uint64_t(1) << (index / 64);
+    }
+    NameRef const *findSlot(int id) const;
+    // Puts a new entry into the first free slot of its probe, without
+    // comparing ids. Requires: a free slot, and `id` not in the map.
+    void place(int id, NameRef const &ref) {
+        std::size_t const mask = slots.size() - 1;
+        std::size_t slot = home(id);
+        while (slots[slot].mark == generation)
+            slot = (slot + 1) & mask;
+        Slot &target = slots[slot];
+        target.ref = ref;
+        target.id = id;
+        target.mark = generation;
+        ++filled;
+    }
+    // emplace where a rehash is due or the id lies outside the range.
+    bool emplaceAside(int id, NameRef const &ref);
     void rehash(std::size_t slotCount);
 
     std::vector<Slot> slots;
     std::size_t filled = 0;
     unsigned shift = 32;
-    std::uint32_t generation = 1; // never 0, the mark of a slot never filled
+    std::uint32_t generation = 1;       // never 0, the mark of a slot never filled
+    std::uint64_t present[DirectWords]; // bit per id of the range: the map holds it
+    std::uint64_t presentWords;         // bit w: word w of `present` may be non-zero
 };
 
 class KVXProtocolIDMap {
@@ -180,6 +236,9 @@ private:
     // Sets the bit of `recorded` for an id whose non-empty text `names` holds.
     void markRecorded(int id);
     int findId(Internal::CharArray const &name, bool ownEntriesOnly, int *vocabularyOut);
+    // The last step of findId: the search of the frame's table for `name`,
+    // whose vocabulary id (or 0) is `vocabulary`. Out of line, as it is rare.
+    [[gnu::noinline]] int searchTable(Internal::CharArray const &name, int vocabulary);
     // Adds the alias of a dynamic id just given to `name`.
     void addAlias(Internal::CharArray const &name, int id, int tableKind);
 };

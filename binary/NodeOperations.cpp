@@ -6,8 +6,8 @@
 #include "binary/KVXBinaryInternals.h"
 #include "binary/QuickAppend.h"
 
-#include "message/VersionText.h"
 #include "binary/WireFormat.h"
+#include "message/VersionText.h"
 
 #include <cstring>
 #include <functional>
@@ -213,8 +213,8 @@ void copyName(char *to, char const *from, std::uint32_t length) {
 
 // Writes a name table entry of `entryBytes` at `at`: id, table kind, the size
 // of the text with its NUL, the text, and zeros elsewhere.
-void writeNameEntry(char *at, int id, int tableKind, char const *name, std::uint32_t length,
-                    std::uint64_t entryBytes) {
+inline void writeNameEntry(char *at, int id, int tableKind, char const *name, std::uint32_t length,
+                           std::uint64_t entryBytes) {
     // An entry has at least 16 bytes, and its padding lies within its last 8:
     // clearing the header and those 8 leaves no byte unwritten, without a
     // call to clear a few bytes.
@@ -357,7 +357,17 @@ int KVXBinaryInternals::append(BinaryPath &path, int id, unsigned short kind, vo
 int KVXBinaryInternals::appendAtEnd(BinaryPath &path, int id, unsigned short kind,
                                     void const *value, std::uint32_t length, bool terminate) {
     Geometry frame;
-    if (path.entries.empty() || !readGeometry(*this, frame) || frameIsEmpty(buffer) ||
+    if (path.entries.empty()) {
+        // The root of a build: the room opens behind it at once, so that the
+        // name table entries of its attributes and declarations go straight
+        // into the room instead of moving the table one entry at a time.
+        int const result = append(path, id, kind, value, length, terminate);
+        if (result == 0 && readGeometry(*this, frame) && !frameIsEmpty(buffer) &&
+            static_cast<std::uint64_t>(capacity) > static_cast<std::uint64_t>(frameLength()))
+            openRoom(*this, frame);
+        return result;
+    }
+    if (!readGeometry(*this, frame) || frameIsEmpty(buffer) ||
         path.entries.front().offset != RootOffset)
         return append(path, id, kind, value, length, terminate);
     bool const addNul = addsNul(kind, terminate);
@@ -597,39 +607,16 @@ void KVXBinaryInternals::remove(BinaryPath &path) {
     path.entries.pop_back();
 }
 
-int KVXBinaryInternals::addNameEntry(int id, int tableKind, char const *text, std::uint32_t length,
-                                     std::uint32_t *textOffset) {
-    // A parse records each name once, with room open: the table then ends at
-    // `used` and the entry goes in front of it. That case is decided here
-    // from the head alone, without decoding the root; a text inside the
-    // buffer, and every case that closes the room or fails, take the general
-    // path below, which gives the same bytes.
-    std::less<char const *> const before;
-    if (room != 0 && buffer != nullptr && used >= static_cast<int>(FrameHeadSize) &&
-        tableKind >= TableElement && tableKind <= TableType && length < UINT32_MAX &&
-        (text == nullptr ? length == 0
-                         : before(text, buffer) || !before(text, buffer + capacity))) {
-        std::uint32_t const valueSize = length + 1;
-        std::uint64_t const entryBytes =
-            Internal::nodeSize(valueSize, static_cast<unsigned>(tableKind), frameFormat(buffer));
-        std::uint32_t const table = nameTableSize(buffer);
-        if (table + entryBytes <= NameTableMask && room >= entryBytes &&
-            static_cast<std::uint64_t>(capacity) >
-                static_cast<std::uint64_t>(frameLength()) + entryBytes) {
-            std::uint32_t const start =
-                static_cast<std::uint32_t>(used) - table - static_cast<std::uint32_t>(entryBytes);
-            writeNameEntry(buffer + start, id, tableKind, text, length, entryBytes);
-            store32(buffer + 4,
-                    (frameFlags(buffer) & ~NameTableMask) |
-                        ((table + static_cast<std::uint32_t>(entryBytes)) & NameTableMask));
-            room -= static_cast<std::uint32_t>(entryBytes);
-            if (textOffset != nullptr)
-                *textOffset = start + headerSize(valueSize, static_cast<unsigned>(tableKind));
-            return 0;
-        }
-    }
+namespace {
+
+// addNameEntry where its quick case does not hold: a text inside the buffer,
+// no room open, or room that the entry would close. Kept out of line, so that
+// the quick case saves and restores few registers.
+[[gnu::noinline]] int addNameEntryAside(KVXBinaryInternals &doc, int id, int tableKind,
+                                        char const *text, std::uint32_t length,
+                                        std::uint32_t *textOffset) {
     Geometry frame;
-    if (!readGeometry(*this, frame) || tableKind < TableElement || tableKind > TableType ||
+    if (!readGeometry(doc, frame) || tableKind < TableElement || tableKind > TableType ||
         (text == nullptr && length != 0))
         return -1;
     std::uint64_t const valueSize = static_cast<std::uint64_t>(length) + 1;
@@ -639,45 +626,85 @@ int KVXBinaryInternals::addNameEntry(int id, int tableKind, char const *text, st
         static_cast<std::uint32_t>(valueSize), static_cast<unsigned>(tableKind), frame.format);
     // The table size lives in bits 3 to 23 of the flags word; an entry that
     // would pass 16,777,208 bytes cannot be described and is refused.
-    std::uint64_t const tableBytes = static_cast<std::uint64_t>(nameTableSize(buffer)) + entryBytes;
+    std::uint64_t const tableBytes =
+        static_cast<std::uint64_t>(nameTableSize(doc.buffer)) + entryBytes;
     if (tableBytes > NameTableMask)
         return -1;
     std::vector<char> aside;
-    char const *const name = keepApart(*this, text, length, aside);
-    if (room != 0) {
+    char const *const name = keepApart(doc, text, length, aside);
+    if (doc.room != 0) {
         // With room open the entry goes in front of the table where it stands,
         // unless the buffer would grow: that is decided as without room.
-        if (static_cast<std::uint64_t>(capacity) <=
-                static_cast<std::uint64_t>(frameLength()) + entryBytes ||
-            room < entryBytes) {
-            closeRoom();
-            frame = geometryOf(*this);
+        if (static_cast<std::uint64_t>(doc.capacity) <=
+                static_cast<std::uint64_t>(doc.frameLength()) + entryBytes ||
+            doc.room < entryBytes) {
+            doc.closeRoom();
+            frame = geometryOf(doc);
         } else {
             std::uint32_t const start =
-                frame.used - nameTableSize(buffer) - static_cast<std::uint32_t>(entryBytes);
-            writeNameEntry(buffer + start, id, tableKind, name, length, entryBytes);
-            store32(buffer + 4, (frameFlags(buffer) & ~NameTableMask) |
-                                    (static_cast<std::uint32_t>(tableBytes) & NameTableMask));
-            room -= static_cast<std::uint32_t>(entryBytes);
+                frame.used - nameTableSize(doc.buffer) - static_cast<std::uint32_t>(entryBytes);
+            writeNameEntry(doc.buffer + start, id, tableKind, name, length, entryBytes);
+            store32(doc.buffer + 4, (frameFlags(doc.buffer) & ~NameTableMask) |
+                                        (static_cast<std::uint32_t>(tableBytes) & NameTableMask));
+            doc.room -= static_cast<std::uint32_t>(entryBytes);
             if (textOffset != nullptr)
                 *textOffset = start + headerSize(length + 1, static_cast<unsigned>(tableKind));
             return 0;
         }
     }
-    if (!grow(static_cast<std::uint32_t>(entryBytes)))
+    if (!doc.grow(static_cast<std::uint32_t>(entryBytes)))
         return -1;
     // New entries go to the front of the table, so the distance of every older
     // name from the frame's end stays what it was.
+    char *const buffer = doc.buffer;
     std::uint32_t const start = frame.rootEnd;
     std::uint32_t const end = frame.frameEnd;
     std::memmove(buffer + start + entryBytes, buffer + start, end - start);
     writeNameEntry(buffer + start, id, tableKind, name, length, entryBytes);
     store32(buffer + 4, (frameFlags(buffer) & ~NameTableMask) |
                             (static_cast<std::uint32_t>(tableBytes) & NameTableMask));
-    used += static_cast<int>(entryBytes);
+    doc.used += static_cast<int>(entryBytes);
     if (textOffset != nullptr)
         *textOffset = start + headerSize(length + 1, static_cast<unsigned>(tableKind));
     return 0;
+}
+
+} // namespace
+
+int KVXBinaryInternals::addNameEntry(int id, int tableKind, char const *text, std::uint32_t length,
+                                     std::uint32_t *textOffset) {
+    // A parse records each name once, with room open: the table then ends at
+    // `used` and the entry goes in front of it. That case is decided here
+    // from the head alone, without decoding the root; a text inside the
+    // buffer, and every case that closes the room or fails, take the general
+    // path, which gives the same bytes.
+    std::less<char const *> const before;
+    if (room != 0 && buffer != nullptr && used >= static_cast<int>(FrameHeadSize) &&
+        static_cast<unsigned>(tableKind) <= static_cast<unsigned>(TableType) &&
+        length < UINT32_MAX &&
+        (text == nullptr ? length == 0
+                         : before(text, buffer) || !before(text, buffer + capacity))) {
+        std::uint32_t const flags = frameFlags(buffer);
+        std::uint32_t const valueSize = length + 1;
+        std::uint64_t const entryBytes =
+            Internal::nodeSize(valueSize, static_cast<unsigned>(tableKind), flags >> FormatShift);
+        std::uint32_t const table = flags & NameTableMask;
+        if (table + entryBytes <= NameTableMask && room >= entryBytes &&
+            static_cast<std::uint64_t>(capacity) >
+                static_cast<std::uint64_t>(frameLength()) + entryBytes) {
+            std::uint32_t const start =
+                static_cast<std::uint32_t>(used) - table - static_cast<std::uint32_t>(entryBytes);
+            writeNameEntry(buffer + start, id, tableKind, text, length, entryBytes);
+            store32(buffer + 4,
+                    (flags & ~NameTableMask) |
+                        ((table + static_cast<std::uint32_t>(entryBytes)) & NameTableMask));
+            room -= static_cast<std::uint32_t>(entryBytes);
+            if (textOffset != nullptr)
+                *textOffset = start + headerSize(valueSize, static_cast<unsigned>(tableKind));
+            return 0;
+        }
+    }
+    return addNameEntryAside(*this, id, tableKind, text, length, textOffset);
 }
 
 int KVXBinaryInternals::setNamespace(BinaryPath &path, int id) {

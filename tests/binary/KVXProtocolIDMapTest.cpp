@@ -308,6 +308,37 @@ TEST(NameRefMap, ClearForgetsEveryIdAndTakesNewOnes) {
     }
 }
 
+TEST(NameRefMap, VocabularyRangeAnswersByItsBitsAtBothEnds) {
+    // Ids 101 to 2304 are found by a bit per id, the ids around them by a
+    // probe: both must give the same answers, through clear, growth and copy.
+    for (int count : {10, 2000}) { // slots kept, and slots given back
+        NameRefMap map;
+        int const edges[] = {100, 101, 102, 2303, 2304, 2305};
+        for (int id : edges)
+            ASSERT_EQ(map.find(id), nullptr) << id;
+        for (int id : edges)
+            EXPECT_TRUE(map.emplace(id, NameRef("a", 1))) << id;
+        for (int id : edges)
+            EXPECT_FALSE(map.emplace(id, NameRef("b", 1))) << id;
+        for (int id = 0; id < count; ++id)
+            map.emplace(-2 - id, NameRef("n", 1));
+        EXPECT_EQ(map.size(), 6u + static_cast<std::size_t>(count));
+        for (int id : edges)
+            EXPECT_EQ(map.at(id).text().str(), "a") << id;
+        NameRefMap const copy = map;
+        map.clear();
+        for (int id : edges) {
+            EXPECT_EQ(map.find(id), nullptr) << id;
+            EXPECT_EQ(copy.at(id).text().str(), "a") << id;
+        }
+        EXPECT_TRUE(map.emplace(2304, NameRef("c", 1)));
+        EXPECT_FALSE(map.emplace(2304, NameRef("d", 1)));
+        EXPECT_EQ(map.find(101), nullptr);
+        EXPECT_EQ(map.size(), 1u);
+        EXPECT_EQ(map.at(2304).text().str(), "c");
+    }
+}
+
 TEST(KVXProtocolIDMap, CopyFromRepointsEveryNameOfALargeMap) {
     KVXBinaryInternals doc;
     BinaryPath path;
