@@ -100,13 +100,13 @@ def rows(runs):
         out.append(("build %dk records, per record" % (n // 1000), fmt_time(per[n]),
                     "1k: " + fmt_time(per[1000]), ratio, 0.8 if n != 1000 else None))
 
-    one = pick(runs, "Threads/convert/64KB/real_time/threads:1", "items_per_second")
-    two = pick(runs, "Threads/convert/64KB/real_time/threads:2", "items_per_second")
+    one = pick(runs, "Threads/convert/64KB/min_time:0.500/real_time/threads:1", "items_per_second")
+    two = pick(runs, "Threads/convert/64KB/min_time:0.500/real_time/threads:2", "items_per_second")
     out.append(("2 threads vs 1, fromText+toText 64KB", "%.0f/s" % two if two else "-",
                 "1 thread %.0f/s" % one if one else "1 thread -",
                 two / one if one and two else None, 1.9))
-    one = pick(runs, "Threads/pugixml/64KB/real_time/threads:1", "items_per_second")
-    two = pick(runs, "Threads/pugixml/64KB/real_time/threads:2", "items_per_second")
+    one = pick(runs, "Threads/pugixml/64KB/min_time:0.500/real_time/threads:1", "items_per_second")
+    two = pick(runs, "Threads/pugixml/64KB/min_time:0.500/real_time/threads:2", "items_per_second")
     out.append(("  control: pugixml parse+save, 2 vs 1", "%.0f/s" % two if two else "-",
                 "1 thread %.0f/s" % one if one else "1 thread -",
                 two / one if one and two else None, None))
