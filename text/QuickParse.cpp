@@ -103,12 +103,8 @@ inline TextParser::Quick TextParser::quickElement(char const *&text, BinaryPath 
     std::uint64_t const frameLength = static_cast<std::uint64_t>(doc.frameLength());
     if (endsHere) {
         std::size_t const valueLength = static_cast<std::size_t>(end - valueStart);
-        // appendLeaf's limits, so that the same texts take the same way; in
-        // 64 bits the sum of a frame's and a text's length cannot wrap.
-        constexpr std::size_t Slack = 1024;
-        if (frameLength + valueLength + (MaxNameLength + 64 + Slack) > MaxTextLength ||
-            static_cast<std::uint64_t>(valueLength) + Slack >=
-                static_cast<std::uint64_t>(doc.capacity) ||
+        // appendLeaf's limits, so that the same texts take the same way.
+        if (!leafInOneStep(frameLength, valueLength, static_cast<std::uint64_t>(doc.capacity)) ||
             !doc.quickAppend(quick, path, id, valueStart, static_cast<std::uint32_t>(valueLength),
                              true, quickTrusted, true))
             return NotQuick;
@@ -118,8 +114,7 @@ inline TextParser::Quick TextParser::quickElement(char const *&text, BinaryPath 
     }
     // Only blanks may stand between the tag and the child's start tag; other
     // text in front of markup is the value of a leaf.
-    if (afterSpace(valueStart) != end || end[1] == '/' ||
-        frameLength + (MaxNameLength + 64) > MaxTextLength ||
+    if (afterSpace(valueStart) != end || end[1] == '/' || !elementFits(frameLength, 0) ||
         !doc.quickAppend(quick, path, id, nullptr, 0, false, quickTrusted, true))
         return NotQuick;
     quickTrusted = true;
@@ -161,12 +156,8 @@ TextParser::Quick TextParser::firstUse(char const *&text, BinaryPath &path, std:
     bool const leaf = atEndTag(end, name, inputEnd);
     std::uint64_t const frameLength = static_cast<std::uint64_t>(doc.frameLength());
     std::size_t const valueLength = static_cast<std::size_t>(end - valueStart);
-    constexpr std::size_t Slack = 1024; // as in appendLeaf
-    if (leaf ? !fitsTextLimit(frameLength, valueLength + MaxNameLength + 64 + Slack) ||
-                   static_cast<std::uint64_t>(valueLength) + Slack >=
-                       static_cast<std::uint64_t>(doc.capacity)
-             : afterSpace(valueStart) != end || end[1] == '/' ||
-                   !fitsTextLimit(frameLength, MaxNameLength + 64))
+    if (leaf ? !leafInOneStep(frameLength, valueLength, static_cast<std::uint64_t>(doc.capacity))
+             : afterSpace(valueStart) != end || end[1] == '/' || !elementFits(frameLength, 0))
         return NotQuick;
     int const id = lookupElement(name);
     if (static_cast<unsigned>(id) <= static_cast<unsigned>(LastAttributeId))

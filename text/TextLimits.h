@@ -30,6 +30,28 @@ inline bool fitsTextLimit(std::uint64_t used, std::uint64_t extra) {
     return used <= MaxTextLength && extra <= MaxTextLength - used;
 }
 
+// What the reader's append of an element may add besides its value: the
+// value's NUL, a long header, padding and a name table entry of a name of up
+// to MaxNameLength characters.
+constexpr std::uint64_t ElementOverhead = MaxNameLength + 64;
+
+// True when an element with a value of `length` bytes may be appended to a
+// frame of `frameLength` bytes: the frame never passes MaxTextLength.
+inline bool elementFits(std::uint64_t frameLength, std::uint64_t length) {
+    return fitsTextLimit(frameLength, length + ElementOverhead);
+}
+
+// True when "<name>text</name>" with a text of `length` bytes is appended in
+// one step with its value rather than empty and then given it. The slack
+// covers the empty element and the name's entry; the two steps check the
+// value's limit after adding those, and where node and entry together stay
+// below the capacity, one append grows the buffer exactly when, and as much
+// as, the three growths of the two steps would.
+inline bool leafInOneStep(std::uint64_t frameLength, std::uint64_t length, std::uint64_t capacity) {
+    constexpr std::uint64_t Slack = 1024;
+    return elementFits(frameLength, length + Slack) && length + Slack < capacity;
+}
+
 } // namespace Internal
 } // namespace KVX
 

@@ -315,15 +315,8 @@ TextParser::Leaf TextParser::appendLeaf(char const *&text, BinaryPath &path, int
     if (static_cast<unsigned>(id) <= static_cast<unsigned>(LastAttributeId) ||
         (hasPrefix && scope.find(prefix) == scope.end()))
         return NotLeaf;
-    // The slack covers the empty element and the name table entry of a name
-    // of up to MaxNameLength characters (16 + 264 bytes). The two steps check
-    // the value's limit after adding those; and where the node and the entry
-    // together stay below the capacity, one append grows the buffer exactly
-    // when, and as much as, the three growths of the two steps would.
-    constexpr std::size_t Slack = 1024;
-    std::uint64_t const used = static_cast<std::uint64_t>(doc.frameLength());
-    if (!fitsTextLimit(used, length + MaxNameLength + 64 + Slack) ||
-        static_cast<std::uint64_t>(length) + Slack >= static_cast<std::uint64_t>(doc.capacity))
+    if (!leafInOneStep(static_cast<std::uint64_t>(doc.frameLength()), length,
+                       static_cast<std::uint64_t>(doc.capacity)))
         return NotLeaf;
     CharArray value(valueStart, static_cast<unsigned long long>(length));
     std::string unescaped;
@@ -450,9 +443,7 @@ int TextParser::allotElementId(CharArray const &name) {
 
 int TextParser::appendNode(BinaryPath &path, int id, unsigned short kind, char const *value,
                            std::size_t length, bool terminate) {
-    // Room for the value, its NUL, a long header, padding and a name table
-    // entry of a name up to MaxNameLength: a frame never passes MaxTextLength.
-    if (!fitsTextLimit(static_cast<std::uint64_t>(doc.frameLength()), length + MaxNameLength + 64))
+    if (!elementFits(static_cast<std::uint64_t>(doc.frameLength()), length))
         return -1;
     return doc.appendAtEnd(path, id, kind, value, static_cast<std::uint32_t>(length), terminate);
 }
