@@ -7,6 +7,7 @@
 #define KVX_BINARY_QUICKAPPEND_H
 
 #include "binary/KVXBinaryInternals.h"
+#include "binary/ShortCopy.h"
 #include "binary/WireFormat.h"
 
 #include <climits>
@@ -14,36 +15,6 @@
 #include <functional>
 
 namespace KVX {
-
-namespace Internal {
-
-// memcpy of a short text: most values of a packet are a few characters, for
-// which the library call costs more than the copy. Reads and writes only the
-// `length` bytes, by two overlapping moves.
-inline void copyText(char *to, char const *from, std::uint32_t length) {
-    if (length >= 8 && length <= 16) {
-        std::uint64_t head;
-        std::uint64_t tail;
-        std::memcpy(&head, from, 8);
-        std::memcpy(&tail, from + length - 8, 8);
-        std::memcpy(to, &head, 8);
-        std::memcpy(to + length - 8, &tail, 8);
-    } else if (length >= 4 && length < 8) {
-        std::uint32_t head;
-        std::uint32_t tail;
-        std::memcpy(&head, from, 4);
-        std::memcpy(&tail, from + length - 4, 4);
-        std::memcpy(to, &head, 4);
-        std::memcpy(to + length - 4, &tail, 4);
-    } else if (length < 4) {
-        for (std::uint32_t i = 0; i < length; ++i)
-            to[i] = from[i];
-    } else {
-        std::memcpy(to, from, length);
-    }
-}
-
-} // namespace Internal
 
 inline bool KVXBinaryInternals::quickAppend(QuickState &state, BinaryPath &path, int id,
                                             char const *value, std::uint32_t length, bool leaf,
@@ -115,7 +86,7 @@ inline bool KVXBinaryInternals::quickAppend(QuickState &state, BinaryPath &path,
         std::memset(at + nodeBytes - 8, 0, 8);
         store32(at + 8, valueSize);
         if (value != nullptr && length != 0)
-            copyText(at + headerSize(valueSize, KindUntyped), value, length);
+            Internal::copyShort(at + headerSize(valueSize, KindUntyped), value, length);
     }
     store32(at, static_cast<std::uint32_t>(id));
     store16(at + 6, ns);
