@@ -55,11 +55,6 @@ inline bool readGeometry(KVXBinaryInternals const &doc, Geometry &frame) {
     return frame.frameEnd <= frame.used;
 }
 
-inline bool frameIsSound(KVXBinaryInternals const &doc) {
-    Geometry frame;
-    return readGeometry(doc, frame);
-}
-
 // The node size of the node at `offset` when its header and the whole node lie
 // inside the root section, else 0 (no node is smaller than a short header).
 // Reads the header directly: the bounds are checked here, once.
@@ -73,50 +68,10 @@ inline std::uint64_t nodeBytesInsideRoot(char const *buffer, Geometry const &fra
     return offset + bytes <= frame.rootEnd ? bytes : 0;
 }
 
-// A node header at `offset` whose whole node lies inside the root section.
-// Only the root section counts here, not the name table.
-inline bool nodeInsideRoot(KVXBinaryInternals const &doc, std::uint32_t offset) {
-    return hasHead(doc) && nodeBytesInsideRoot(doc.buffer, geometryOf(doc), offset) != 0;
-}
-
-// True when every entry of `path` (all of them, or all but the last when
-// `skipLast`) lies whole inside the root section and can take `delta` in its
-// size field within 32 bits. One pass, so a path is decoded once per edit.
-inline bool pathTakes(char const *buffer, Geometry const &frame, BinaryPath const &path,
-                      std::int64_t delta, bool skipLast) {
-    std::size_t const count = path.entries.size() - (skipLast ? 1 : 0);
-    for (std::size_t i = 0; i < count; ++i) {
-        std::uint32_t const offset = path.entries[i].offset;
-        if (nodeBytesInsideRoot(buffer, frame, offset) == 0)
-            return false;
-        std::int64_t const size = static_cast<std::int64_t>(load32(buffer + offset + 8)) + delta;
-        if (size < 0 || size > static_cast<std::int64_t>(UINT32_MAX))
-            return false;
-    }
-    return true;
-}
-
-inline bool pathInsideRoot(KVXBinaryInternals const &doc, BinaryPath const &path) {
-    if (!hasHead(doc))
-        return path.entries.empty();
-    Geometry const frame = geometryOf(doc);
-    for (PathEntry const &entry : path.entries) {
-        if (nodeBytesInsideRoot(doc.buffer, frame, entry.offset) == 0)
-            return false;
-    }
-    return true;
-}
-
 // Adds `delta` to the size field of the node at `offset`.
 inline void addToSize(char *buffer, std::uint32_t offset, std::int64_t delta) {
     std::int64_t const size = static_cast<std::int64_t>(load32(buffer + offset + 8)) + delta;
     store32(buffer + offset + 8, static_cast<std::uint32_t>(size));
-}
-
-// True when adding `delta` keeps the size of the node at `offset` in 32 bits.
-inline bool sizeTakes(KVXBinaryInternals const &doc, std::uint32_t offset, std::int64_t delta) {
-    std::int64_t const size = static_cast<std::int64_t>(doc.node(offset).size()) + delta;
-    return size >= 0 && size <= static_cast<std::int64_t>(UINT32_MAX);
 }
 
 // A value that lies in the document's own buffer (a graft from the document
@@ -132,23 +87,6 @@ inline char const *keepApart(KVXBinaryInternals const &doc, void const *value, s
         return aside.data();
     }
     return bytes;
-}
-
-// Writes the value of the node at `offset` and clears every byte of the node
-// behind its first 12, so that no stale bytes of earlier content remain in
-// its padding. A value that does not fit the node is not written.
-inline void storeValue(KVXBinaryInternals &doc, std::uint32_t offset, char const *value,
-                       std::uint32_t length, bool addNul) {
-    binary::Node const node = doc.node(offset);
-    std::uint64_t const end = node.end();
-    std::uint32_t const valueOffset = node.valueOffset();
-    std::memset(doc.buffer + offset + ShortHeaderSize, 0, end - (offset + ShortHeaderSize));
-    if (static_cast<std::uint64_t>(valueOffset) + length + (addNul ? 1 : 0) > end)
-        return;
-    if (value != nullptr && length != 0)
-        std::memcpy(doc.buffer + valueOffset, value, length);
-    if (addNul)
-        doc.buffer[valueOffset + length] = '\0';
 }
 
 inline bool addsNul(unsigned short kind, bool terminate) {
