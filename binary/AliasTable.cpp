@@ -3,6 +3,8 @@
 // Not thread-safe: one id map, one thread at a time.
 #include "binary/AliasTable.h"
 
+#include "vocabulary/NameBytes.h"
+
 #include <cstring>
 #include <utility>
 
@@ -19,25 +21,6 @@ std::size_t keyLength(char const *data, unsigned long long length) {
     void const *const nul = std::memchr(data, 0, static_cast<std::size_t>(length));
     return nul != nullptr ? static_cast<std::size_t>(static_cast<char const *>(nul) - data)
                           : static_cast<std::size_t>(length);
-}
-
-// Eight characters at a time; only this process reads the hash, so the host's
-// byte order does not matter.
-std::uint64_t hashKey(char const *data, std::size_t length) {
-    std::uint64_t hash = static_cast<std::uint64_t>(length) * 0x9E3779B97F4A7C15u;
-    while (length >= 8) {
-        std::uint64_t word;
-        std::memcpy(&word, data, 8);
-        hash = (hash ^ word) * 0xFF51AFD7ED558CCDu;
-        hash ^= hash >> 32;
-        data += 8;
-        length -= 8;
-    }
-    std::uint64_t tail = 0;
-    for (std::size_t i = 0; i < length; ++i)
-        tail |= static_cast<std::uint64_t>(static_cast<unsigned char>(data[i])) << (8 * i);
-    hash = (hash ^ tail) * 0xC4CEB9FE1A85EC53u;
-    return hash ^ (hash >> 29);
 }
 
 // Tables past this many slots are given back by clear() rather than kept for
@@ -61,13 +44,13 @@ std::size_t AliasTable::probe(char const *key, std::size_t length, std::uint64_t
 
 int AliasTable::findKey(CharArray const &key) const {
     std::size_t const length = keyLength(key.data, key.length);
-    std::uint32_t const taken = slots[probe(key.data, length, hashKey(key.data, length))];
+    std::uint32_t const taken = slots[probe(key.data, length, hashName(key.data, length))];
     return taken != 0 ? entries[taken - 1].id : 0;
 }
 
 bool AliasTable::insert(char const *data, unsigned long long rawLength, int id) {
     std::size_t const length = keyLength(data, rawLength);
-    std::uint64_t const hash = hashKey(data, length);
+    std::uint64_t const hash = hashName(data, length);
     if (!entries.empty() && slots[probe(data, length, hash)] != 0)
         return false;
     // Room first, so that a failed allocation leaves the table as it was.

@@ -5,6 +5,8 @@
 #ifndef KVX_TEXT_TEXTSCAN_H
 #define KVX_TEXT_TEXTSCAN_H
 
+#include "vocabulary/NameBytes.h"
+
 #include <kvx/CharArray.h>
 
 #include <cstddef>
@@ -59,42 +61,6 @@ inline char const *afterSpace(char const *text) {
 
 inline void skipSpace(char const *&text) {
     text = afterSpace(text);
-}
-
-// Equality of two texts of `length` bytes, both readable in full, by words
-// that overlap at the end instead of byte by byte: the loop's exit, which
-// depends on the length, would be mispredicted on nearly every name.
-template <typename Word> inline Word wordAt(char const *text) {
-    Word word;
-    std::memcpy(&word, text, sizeof word);
-    return word;
-}
-
-template <typename Word> inline bool sameEnds(char const *a, char const *b, std::size_t length) {
-    return wordAt<Word>(a) == wordAt<Word>(b) &&
-           wordAt<Word>(a + length - sizeof(Word)) == wordAt<Word>(b + length - sizeof(Word));
-}
-
-inline bool sameLongText(char const *a, char const *b, std::size_t length) {
-    for (std::size_t i = 0; i + 8 < length; i += 8) {
-        if (wordAt<std::uint64_t>(a + i) != wordAt<std::uint64_t>(b + i))
-            return false;
-    }
-    return wordAt<std::uint64_t>(a + length - 8) == wordAt<std::uint64_t>(b + length - 8);
-}
-
-// Names of up to 16 characters, nearly all of them, are compared without a
-// loop, which keeps this small enough to be inlined where names are compared.
-inline bool sameText(char const *a, char const *b, std::size_t length) {
-    if (length > 16)
-        return sameLongText(a, b, length);
-    if (length >= 8)
-        return sameEnds<std::uint64_t>(a, b, length);
-    if (length >= 4)
-        return sameEnds<std::uint32_t>(a, b, length);
-    if (length >= 2)
-        return sameEnds<std::uint16_t>(a, b, length);
-    return length == 0 || a[0] == b[0];
 }
 
 // True when `text` starts with "</name>". `inputEnd` is the input's NUL.

@@ -4,6 +4,7 @@
 // the library loads, and only read afterwards, so lookups take no lock.
 #include <kvx/KVXDefaultMap.h>
 
+#include "vocabulary/NameBytes.h"
 #include "vocabulary/VocabularyTables.h"
 #include "vocabulary/VocabularyTrie.h"
 
@@ -23,62 +24,6 @@ namespace {
 constexpr CharArray ElementNotFound("", 0);
 constexpr CharArray NamespaceNotFound("", 0);
 constexpr CharArray TypeNotFound("", 0);
-
-// A name's hash, eight characters at a time. Only this process reads it, so the
-// host's byte order does not matter.
-inline std::uint64_t hashName(char const *data, std::size_t length) {
-    std::uint64_t hash = static_cast<std::uint64_t>(length) * 0x9E3779B97F4A7C15u;
-    while (length >= 8) {
-        std::uint64_t word;
-        std::memcpy(&word, data, 8);
-        hash = (hash ^ word) * 0xFF51AFD7ED558CCDu;
-        hash ^= hash >> 32;
-        data += 8;
-        length -= 8;
-    }
-    // The last 1 to 7 characters by two overlapping loads (or three bytes),
-    // which together with the length give every one of them, instead of a
-    // loop whose exit depends on the length.
-    std::uint64_t tail = 0;
-    if (length >= 4) {
-        std::uint32_t low;
-        std::uint32_t high;
-        std::memcpy(&low, data, 4);
-        std::memcpy(&high, data + length - 4, 4);
-        tail = low | static_cast<std::uint64_t>(high) << 32;
-    } else if (length != 0) {
-        tail = static_cast<std::uint64_t>(static_cast<unsigned char>(data[0])) |
-               static_cast<std::uint64_t>(static_cast<unsigned char>(data[length / 2])) << 8 |
-               static_cast<std::uint64_t>(static_cast<unsigned char>(data[length - 1])) << 16;
-    }
-    hash = (hash ^ tail) * 0xC4CEB9FE1A85EC53u;
-    return hash ^ (hash >> 29);
-}
-
-// Equality of two texts of `length` bytes, both readable in full. Names of up
-// to 16 characters, nearly all of them, are compared by two overlapping words
-// each instead of a call.
-template <typename Word> bool sameEnds(char const *a, char const *b, std::size_t length) {
-    Word first[2];
-    Word last[2];
-    std::memcpy(&first[0], a, sizeof(Word));
-    std::memcpy(&first[1], b, sizeof(Word));
-    std::memcpy(&last[0], a + length - sizeof(Word), sizeof(Word));
-    std::memcpy(&last[1], b + length - sizeof(Word), sizeof(Word));
-    return first[0] == first[1] && last[0] == last[1];
-}
-
-bool sameBytes(char const *a, char const *b, std::size_t length) {
-    if (length > 16)
-        return std::memcmp(a, b, length) == 0;
-    if (length >= 8)
-        return sameEnds<std::uint64_t>(a, b, length);
-    if (length >= 4)
-        return sameEnds<std::uint32_t>(a, b, length);
-    if (length >= 2)
-        return sameEnds<std::uint16_t>(a, b, length);
-    return length == 0 || a[0] == b[0];
-}
 
 // Open addressing over one table: a slot holds a row index + 1, or 0 when
 // empty. At most a quarter of the slots are taken, so a probe sequence is short.
@@ -107,7 +52,7 @@ public:
             // The first of two equal rows keeps the name, as in the trie.
             if (find(row.data, length) != 0)
                 continue;
-            std::size_t slot = hashName(row.data, length) & mask;
+            std::size_t slot = Internal::hashName(row.data, length) & mask;
             while (slots[slot] != 0)
                 slot = (slot + 1) & mask;
             slots[slot] = static_cast<std::uint16_t>(index + 1);
@@ -116,10 +61,10 @@ public:
 
     // The id of a key of `length` > 0 characters without NUL, or 0.
     int find(char const *data, std::size_t length) const {
-        std::size_t slot = hashName(data, length) & mask;
+        std::size_t slot = Internal::hashName(data, length) & mask;
         while (std::uint16_t const taken = slots[slot]) {
             CharArray const &row = table[taken - 1];
-            if (row.length == length && sameBytes(row.data, data, length))
+            if (row.length == length && Internal::sameText(row.data, data, length))
                 return firstId + taken - 1;
             slot = (slot + 1) & mask;
         }
