@@ -6,7 +6,6 @@
 #include "binary/NodeFrame.h"
 #include "binary/QuickAppend.h"
 #include "binary/WireFormat.h"
-#include "message/VersionText.h"
 
 #include <cstdint>
 #include <cstring>
@@ -112,23 +111,10 @@ int KVXBinaryInternals::appendAtEnd(BinaryPath &path, int id, unsigned short kin
         if (inserted == 0)
             return -1;
     }
-    char *const at = buffer + position;
-    store32(at, static_cast<std::uint32_t>(id));
-    store16(at + 6, ns);
-    if (source != nullptr && length != 0)
-        std::memcpy(at + headerSize(static_cast<std::uint32_t>(valueSize), kind), source, length);
+    fillNode(buffer + position, id, ns, kind, static_cast<std::uint32_t>(valueSize), source,
+             length);
     addToSize(buffer, RootOffset, inserted);
-    // Filled in place: a PathEntry built aside is stored in halves and read
-    // back whole, which stalls the store buffer on every node.
-    path.entries.emplace_back();
-    path.entries.back().id = id;
-    path.entries.back().offset = position;
-    if (static_cast<unsigned>(id) <= static_cast<unsigned>(LastAttributeId)) {
-        if (source != nullptr && id == 101)
-            ids.version = parseVersionText(source, length);
-        return 0;
-    }
-    return ids.recordsName(id) ? 0 : -1;
+    return endAppend(*this, path, id, position, source, length);
 }
 
 bool KVXBinaryInternals::checkQuickState(QuickState &state) const {

@@ -11,6 +11,7 @@
 #include "binary/KVXBinaryInternals.h"
 #include "binary/Node.h"
 #include "binary/WireFormat.h"
+#include "message/VersionText.h"
 
 #include <kvx/BinaryPath.h>
 
@@ -149,6 +150,34 @@ inline void openRoom(KVXBinaryInternals &doc, Geometry const &frame) {
     doc.used += static_cast<int>(spare);
     doc.room = spare;
     ++doc.roomOpenings;
+}
+
+// Gives a node whose gap holds its kind and size, zeros elsewhere, its id,
+// namespace and value.
+inline void fillNode(char *at, int id, unsigned short ns, unsigned short kind,
+                     std::uint32_t valueSize, char const *value, std::uint32_t length) {
+    store32(at, static_cast<std::uint32_t>(id));
+    store16(at + 6, ns);
+    if (value != nullptr && length != 0)
+        std::memcpy(at + headerSize(valueSize, static_cast<unsigned>(kind)), value, length);
+}
+
+// The end of an append whose node stands at `position`: the node joins the
+// path; the "version" attribute (101) sets the document's version, and an
+// element or namespace needs its name recorded, which is the result. 0 or -1.
+inline int endAppend(KVXBinaryInternals &doc, BinaryPath &path, int id, std::uint32_t position,
+                     char const *value, std::uint32_t length) {
+    // Filled in place: a PathEntry built aside is stored in halves and read
+    // back whole, which stalls the store buffer on every node.
+    path.entries.emplace_back();
+    path.entries.back().id = id;
+    path.entries.back().offset = position;
+    if (static_cast<unsigned>(id) <= static_cast<unsigned>(LastAttributeId)) {
+        if (value != nullptr && id == 101)
+            doc.ids.version = parseVersionText(value, length);
+        return 0;
+    }
+    return doc.ids.recordsName(id) ? 0 : -1;
 }
 
 } // namespace Internal

@@ -154,22 +154,11 @@ int KVXBinaryInternals::append(BinaryPath &path, int id, unsigned short kind, vo
     if (inserted == 0)
         return -1;
     // The gap is zeroed and holds kind and size: id, ns and the value complete it.
-    char *const at = buffer + position;
-    store32(at, static_cast<std::uint32_t>(id));
-    store16(at + 6, ns);
-    std::uint32_t const valueOffset =
-        headerSize(static_cast<std::uint32_t>(valueSize), static_cast<unsigned>(kind));
-    if (source != nullptr && length != 0)
-        std::memcpy(at + valueOffset, source, length);
+    fillNode(buffer + position, id, ns, kind, static_cast<std::uint32_t>(valueSize), source,
+             length);
     for (PathEntry const &entry : path.entries)
         addToSize(buffer, entry.offset, inserted);
-    path.entries.push_back(PathEntry{id, position});
-    if (static_cast<unsigned>(id) <= static_cast<unsigned>(LastAttributeId)) {
-        if (source != nullptr && id == 101)
-            ids.version = parseVersionText(source, length);
-        return 0;
-    }
-    return ids.recordsName(id) ? 0 : -1;
+    return endAppend(*this, path, id, position, source, length);
 }
 
 namespace {
