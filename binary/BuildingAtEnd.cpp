@@ -149,6 +149,15 @@ int KVXBinaryInternals::appendTextAtEnd(BinaryPath &path, int id, char const *va
     return result;
 }
 
+int KVXBinaryInternals::appendElementAtEnd(BinaryPath &path, int id) {
+    // An attribute id takes append's own way: it records no name.
+    QuickState state;
+    if (static_cast<unsigned>(id) > static_cast<unsigned>(LastAttributeId) &&
+        quickAppend(state, path, id, nullptr, 0, false, false, true))
+        return ids.recordsName(id) ? 0 : -1; // the test that append makes last
+    return appendAtEnd(path, id, KindUntyped, nullptr, 0, false);
+}
+
 void KVXBinaryInternals::settleAtEnd(std::uint32_t offset) {
     Geometry frame;
     if (!readGeometry(*this, frame) || offset < RootOffset || frame.rootEnd < LongHeaderSize ||

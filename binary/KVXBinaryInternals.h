@@ -66,6 +66,10 @@ public:
     // `path` as it was: the element "<name>text</name>" of a parse. While room
     // is open its common case is decided and written here in one short pass.
     int appendTextAtEnd(BinaryPath &path, int id, char const *value, std::uint32_t length);
+    // appendAtEnd of a KindUntyped element without a value, which joins
+    // `path`: the element that a parse opens. Into the room by quickAppend
+    // where it can, the name's test made after it as append makes it.
+    int appendElementAtEnd(BinaryPath &path, int id);
     // What the last quickAppend left of the frame. While the buffer, its
     // capacity, `used`, the room and the end of the root section are as it
     // left them, no other operation has edited the frame, and the checks of

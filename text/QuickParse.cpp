@@ -171,7 +171,7 @@ TextParser::Quick TextParser::firstUse(char const *&text, BinaryPath &path, std:
             return QuickFailed;
         text = end + name.length + 3;
     } else {
-        if (doc.appendAtEnd(path, id, KindUntyped, nullptr, 0, false) != 0)
+        if (doc.appendElementAtEnd(path, id) != 0)
             return QuickFailed;
         if (!path.namespaces.empty())
             doc.setNamespace(path, path.namespaces.back());
