@@ -42,12 +42,10 @@ int KVXBinaryInternals::appendAtEnd(BinaryPath &path, int id, unsigned short kin
     if (!readGeometry(*this, frame) || frameIsEmpty(buffer) ||
         path.entries.front().offset != RootOffset)
         return append(path, id, kind, value, length, terminate);
-    bool const addNul = addsNul(kind, terminate);
-    std::uint64_t const valueSize = static_cast<std::uint64_t>(length) + (addNul ? 1 : 0);
-    if (valueSize > UINT32_MAX)
+    std::uint32_t valueSize = 0;
+    if (!valueSizeOf(kind, length, terminate, valueSize))
         return -1;
-    std::uint64_t const nodeBytes =
-        Internal::nodeSize(static_cast<std::uint32_t>(valueSize), kind, frame.format);
+    std::uint64_t const nodeBytes = Internal::nodeSize(valueSize, kind, frame.format);
     // The root's size is the largest of the path's, the one that append's
     // checks would refuse first; the others are settled from it.
     if (load32(buffer + RootOffset + 8) + nodeBytes > UINT32_MAX)
@@ -102,17 +100,15 @@ int KVXBinaryInternals::appendAtEnd(BinaryPath &path, int id, unsigned short kin
             std::memset(buffer + position, 0, nodeBytes);
         }
         store16(buffer + position + 4, kind);
-        store32(buffer + position + 8, static_cast<std::uint32_t>(valueSize));
+        store32(buffer + position + 8, valueSize);
         inserted = static_cast<std::uint32_t>(nodeBytes);
         room -= inserted;
     } else {
-        inserted =
-            openGap(*this, frame, nodeBytes, static_cast<std::uint32_t>(valueSize), kind, position);
+        inserted = openGap(*this, frame, nodeBytes, valueSize, kind, position);
         if (inserted == 0)
             return -1;
     }
-    fillNode(buffer + position, id, ns, kind, static_cast<std::uint32_t>(valueSize), source,
-             length);
+    fillNode(buffer + position, id, ns, kind, valueSize, source, length);
     addToSize(buffer, RootOffset, inserted);
     return endAppend(*this, path, id, position, source, length);
 }

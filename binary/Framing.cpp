@@ -27,6 +27,17 @@ namespace {
 
 using namespace Internal;
 
+// The offset of the node that a cursor stands on: the top of the subtree that
+// a serialize from it writes. False, after the assertion, for no node.
+bool cursorTop(KVXBinaryIterator const &cursor, std::uint32_t &top) {
+    BinaryPath const &path = cursor.binaryPath();
+    KVX_ASSERT(!path.entries.empty()); // `from` stands on no node
+    if (path.entries.empty())
+        return false;
+    top = path.entries.back().offset;
+    return true;
+}
+
 // Lowest peer version that gets the binary form; below it a peer gets text.
 constexpr int FirstBinaryVersion = 40000;
 // What the fixed-buffer form always writes, whatever the document's version.
@@ -154,11 +165,8 @@ int KVXBinary::serialize(char *buffer, unsigned __int64 *size,
         KVX_ASSERT(cursor != nullptr); // `from` is a cursor of another protocol
         if (cursor == nullptr)
             return -1;
-        BinaryPath const &path = cursor->binaryPath();
-        KVX_ASSERT(!path.entries.empty()); // `from` stands on no node
-        if (path.entries.empty())
+        if (!cursorTop(*cursor, top))
             return -1;
-        top = path.entries.back().offset;
     }
     std::uint64_t nodeSize = 0;
     std::uint32_t tableStart = 0;
@@ -207,11 +215,8 @@ int KVXBinary::serialize(char **out, int *length, KVXMessageIterator const *from
         return -1;
     std::uint32_t top = RootOffset;
     if (cursor != nullptr) {
-        BinaryPath const &path = cursor->binaryPath();
-        KVX_ASSERT(!path.entries.empty()); // `from` stands on no node
-        if (path.entries.empty())
+        if (!cursorTop(*cursor, top))
             return -1;
-        top = path.entries.back().offset;
     }
     std::uint64_t nodeSize = 0;
     if (!topNodeSize(*internals, top, nodeSize))

@@ -94,6 +94,18 @@ inline bool addsNul(unsigned short kind, bool terminate) {
     return terminate || kind == KindBase64;
 }
 
+// The size field of a node holding `length` bytes of value and the NUL that
+// addsNul asks for; false when it does not fit 32 bits.
+inline bool valueSizeOf(unsigned short kind, std::uint32_t length, bool terminate,
+                        std::uint32_t &valueSize) {
+    std::uint64_t const size =
+        static_cast<std::uint64_t>(length) + (addsNul(kind, terminate) ? 1 : 0);
+    if (size > UINT32_MAX)
+        return false;
+    valueSize = static_cast<std::uint32_t>(size);
+    return true;
+}
+
 // insertNode after its checks of the frame: opens a gap of `nodeBytes` at
 // `offset` (at most the root end) and writes kind and size there; the rest of
 // the node is zero. 0 when the growth fails or a typed leaf would open the root.

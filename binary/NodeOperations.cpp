@@ -101,12 +101,10 @@ int KVXBinaryInternals::append(BinaryPath &path, int id, unsigned short kind, vo
     Geometry frame;
     if (!readGeometry(*this, frame))
         return -1;
-    bool const addNul = addsNul(kind, terminate);
-    std::uint64_t const valueSize = static_cast<std::uint64_t>(length) + (addNul ? 1 : 0);
-    if (valueSize > UINT32_MAX)
+    std::uint32_t valueSize = 0;
+    if (!valueSizeOf(kind, length, terminate, valueSize))
         return -1;
-    std::uint64_t const nodeBytes =
-        Internal::nodeSize(static_cast<std::uint32_t>(valueSize), kind, frame.format);
+    std::uint64_t const nodeBytes = Internal::nodeSize(valueSize, kind, frame.format);
     std::uint32_t position = 0;
     unsigned short ns = 0;
     bool convert = false;
@@ -149,13 +147,11 @@ int KVXBinaryInternals::append(BinaryPath &path, int id, unsigned short kind, vo
         store16(buffer + parent + 4, KindStructure);
         store32(buffer + parent + 8, 0);
     }
-    std::uint32_t const inserted =
-        openGap(*this, frame, nodeBytes, static_cast<std::uint32_t>(valueSize), kind, position);
+    std::uint32_t const inserted = openGap(*this, frame, nodeBytes, valueSize, kind, position);
     if (inserted == 0)
         return -1;
     // The gap is zeroed and holds kind and size: id, ns and the value complete it.
-    fillNode(buffer + position, id, ns, kind, static_cast<std::uint32_t>(valueSize), source,
-             length);
+    fillNode(buffer + position, id, ns, kind, valueSize, source, length);
     for (PathEntry const &entry : path.entries)
         addToSize(buffer, entry.offset, inserted);
     return endAppend(*this, path, id, position, source, length);
@@ -221,22 +217,20 @@ int KVXBinaryInternals::replaceValue(BinaryPath &path, unsigned short kind, void
     // A container takes no value; with none it becomes a leaf and loses its children.
     if (length > 0 && isContainerKind(load16(buffer + offset + 4)))
         return -1;
-    bool const addNul = addsNul(kind, terminate);
-    std::uint64_t const valueSize = static_cast<std::uint64_t>(length) + (addNul ? 1 : 0);
-    if (valueSize > UINT32_MAX)
+    std::uint32_t valueSize = 0;
+    if (!valueSizeOf(kind, length, terminate, valueSize))
         return -1;
-    std::int64_t const change = static_cast<std::int64_t>(Internal::nodeSize(
-                                    static_cast<std::uint32_t>(valueSize), kind, frame.format)) -
-                                static_cast<std::int64_t>(oldBytes);
+    std::int64_t const change =
+        static_cast<std::int64_t>(Internal::nodeSize(valueSize, kind, frame.format)) -
+        static_cast<std::int64_t>(oldBytes);
     if (change != 0 && !pathTakes(buffer, frame, path, change, true))
         return -1;
     std::vector<char> aside;
     char const *const source = keepApart(*this, value, length, aside);
     std::int64_t delta = 0;
-    if (resizeAt(*this, frame, offset, oldBytes, static_cast<std::uint32_t>(valueSize), kind,
-                 delta))
+    if (resizeAt(*this, frame, offset, oldBytes, valueSize, kind, delta))
         return -1;
-    storeValue(*this, offset, source, length, addNul);
+    storeValue(*this, offset, source, length, addsNul(kind, terminate));
     std::size_t const ancestors = path.entries.size() - 1;
     for (std::size_t i = 0; i < ancestors; ++i)
         addToSize(buffer, path.entries[i].offset, delta);

@@ -14,6 +14,23 @@ namespace {
 // Room for the usual identifier: version, type, two endpoint names and a 32-digit unique id.
 const std::string::size_type CreateReserve = 256;
 
+// The field `index` (0 is the leading "kvx") counted from the left, when a dot
+// closes it: the last field never counts. `out` is left alone otherwise.
+bool leftField(std::string const &id, unsigned index, std::string &out) {
+    std::string::size_type start = 0;
+    for (unsigned i = 0; i < index; ++i) {
+        std::string::size_type const dot = id.find('.', start);
+        if (dot == std::string::npos)
+            return false;
+        start = dot + 1;
+    }
+    std::string::size_type const end = id.find('.', start);
+    if (end == std::string::npos)
+        return false;
+    out = id.substr(start, end - start);
+    return true;
+}
+
 } // namespace
 
 KVXSessionID::KVXSessionID() = default;
@@ -45,43 +62,18 @@ void KVXSessionID::create(int version, int type, std::string const &eid,
 }
 
 int KVXSessionID::getVersion() const {
-    size_type p1 = find('.');
-    if (p1 == npos)
-        return 0;
-    size_type p2 = find('.', p1 + 1);
-    if (p2 == npos)
-        return 0;
+    std::string field;
     // atoi, not a checked parse: a field that is not a number reads as 0 and is no error.
-    return std::atoi(substr(p1 + 1, p2 - p1 - 1).c_str());
+    return leftField(*this, 1, field) ? std::atoi(field.c_str()) : 0;
 }
 
 int KVXSessionID::getType() const {
-    size_type p1 = find('.');
-    if (p1 == npos)
-        return 0;
-    size_type p2 = find('.', p1 + 1);
-    if (p2 == npos)
-        return 0;
-    size_type p3 = find('.', p2 + 1);
-    if (p3 == npos)
-        return 0;
-    return std::atoi(substr(p2 + 1, p3 - p2 - 1).c_str());
+    std::string field;
+    return leftField(*this, 2, field) ? std::atoi(field.c_str()) : 0;
 }
 
 void KVXSessionID::getEID(std::string &out) const {
-    size_type p1 = find('.');
-    if (p1 == npos)
-        return;
-    size_type p2 = find('.', p1 + 1);
-    if (p2 == npos)
-        return;
-    size_type p3 = find('.', p2 + 1);
-    if (p3 == npos)
-        return;
-    size_type p4 = find('.', p3 + 1);
-    if (p4 == npos)
-        return;
-    out = substr(p3 + 1, p4 - p3 - 1);
+    leftField(*this, 3, out);
 }
 
 std::string KVXSessionID::getEID() const {

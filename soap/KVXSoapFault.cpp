@@ -8,6 +8,34 @@
 
 namespace KVX {
 
+namespace {
+
+// A code's name as one SOAP version writes it: the name both versions share,
+// else the version's own word for the client and the server code.
+std::string versionCodeName(std::string name, KVXSoapFault::Code faultCode, char const *client,
+                            char const *server) {
+    if (name.empty()) {
+        if (faultCode == KVXSoapFault::CodeClient)
+            name = client;
+        else if (faultCode == KVXSoapFault::CodeServer)
+            name = server;
+    }
+    // Empty only for a value outside Code: the caller stored a number that is no fault code.
+    KVX_ASSERT(!name.empty());
+    return name;
+}
+
+// The optional detail element of both versions' fault bodies.
+void appendDetail(std::string &body, std::string const &detail) {
+    if (detail.empty())
+        return;
+    body.append("<detail>\n");
+    body.append(detail);
+    body.append("</detail>\n");
+}
+
+} // namespace
+
 KVXSoapFault::KVXSoapFault(std::string const &uri, Code faultCode, std::string const &reason)
     : KVXSoapEnvelope(uri), code(faultCode), faultString(reason) {}
 
@@ -53,16 +81,8 @@ KVXSoapFault11 &KVXSoapFault11::operator=(KVXSoapFault11 const &other) = default
 KVXSoapFault11::~KVXSoapFault11() = default;
 
 std::string KVXSoapFault11::faultCodeToString(Code faultCode) const {
-    std::string name = KVXSoapFault::faultCodeToString(faultCode);
-    if (name.empty()) {
-        if (faultCode == CodeClient)
-            name = "Client";
-        else if (faultCode == CodeServer)
-            name = "Server";
-    }
-    // Empty only for a value outside Code: the caller stored a number that is no fault code.
-    KVX_ASSERT(!name.empty());
-    return name;
+    return versionCodeName(KVXSoapFault::faultCodeToString(faultCode), faultCode, "Client",
+                           "Server");
 }
 
 char *KVXSoapFault11::toText() {
@@ -74,11 +94,7 @@ char *KVXSoapFault11::toText() {
     body.append("<faultstring>");
     body.append(faultString);
     body.append("</faultstring>\n");
-    if (!detail.empty()) {
-        body.append("<detail>\n");
-        body.append(detail);
-        body.append("</detail>\n");
-    }
+    appendDetail(body, detail);
     body.append("</soap:Fault>\n");
     return assembly();
 }
@@ -95,16 +111,8 @@ KVXSoapFault12 &KVXSoapFault12::operator=(KVXSoapFault12 const &other) = default
 KVXSoapFault12::~KVXSoapFault12() = default;
 
 std::string KVXSoapFault12::faultCodeToString(Code faultCode) const {
-    std::string name = KVXSoapFault::faultCodeToString(faultCode);
-    if (name.empty()) {
-        if (faultCode == CodeClient)
-            name = "Sender";
-        else if (faultCode == CodeServer)
-            name = "Receiver";
-    }
-    // Empty only for a value outside Code: the caller stored a number that is no fault code.
-    KVX_ASSERT(!name.empty());
-    return name;
+    return versionCodeName(KVXSoapFault::faultCodeToString(faultCode), faultCode, "Sender",
+                           "Receiver");
 }
 
 char *KVXSoapFault12::toText() {
@@ -117,11 +125,7 @@ char *KVXSoapFault12::toText() {
     body.append("</soap:Text>\n</soap:Reason>\n");
     // The detail element stays the unqualified "detail" of SOAP 1.1 rather than SOAP 1.2's
     // soap:Detail; the agent's fault responses have always carried it under that name.
-    if (!detail.empty()) {
-        body.append("<detail>\n");
-        body.append(detail);
-        body.append("</detail>\n");
-    }
+    appendDetail(body, detail);
     body.append("</soap:Fault>\n");
     return assembly();
 }

@@ -5,6 +5,7 @@
 #include <kvx/KVXSessionID.h>
 #include <kvx/KVXSoapConverter.h>
 
+#include "soap/BridgeElements.h"
 #include "soap/KVXSoapConverterState.h"
 #include "soap/TextReplace.h"
 #include "vocabulary/NamespaceBase.h"
@@ -19,9 +20,10 @@ namespace KVX {
 
 namespace {
 
-constexpr int CookieId = 1400;
-constexpr int RequestId = 1322;
-constexpr int NameId = 1026;
+using Internal::CookieId;
+using Internal::NameId;
+using Internal::RequestId;
+
 // Every piece of the packet is written in the text form of this version.
 constexpr int TextVersion = 40500;
 

@@ -6,6 +6,7 @@
 #include <kvx/KVXSoapConverter.h>
 
 #include "message/VersionText.h"
+#include "soap/BridgeElements.h"
 #include "soap/KVXSoapConverterState.h"
 #include "soap/TextReplace.h"
 #include "vocabulary/VocabularyConstants.h"
@@ -20,11 +21,11 @@ namespace KVX {
 
 namespace {
 
-// Vocabulary ids of the elements the bridge reads and writes.
-constexpr int TargetId = 1401;
-constexpr int CookieId = 1400;
-constexpr int RequestId = 1322;
-constexpr int NameId = 1026;
+using Internal::CookieId;
+using Internal::NameId;
+using Internal::RequestId;
+using Internal::TargetId;
+
 // The namespace whose URI ends in "/webservices/kvx/4.0.0/protocol".
 constexpr int ProtocolNamespaceId = 297;
 

@@ -35,11 +35,11 @@ std::string hexByte(unsigned char byte, char const *format) {
     return buffer;
 }
 
-// `text` between double quotes, C-style escapes, at most `limit` characters.
-std::string quoted(std::string const &text, std::size_t limit) {
+// `text` between double quotes with the escapes of C and JSON, a byte that is
+// no character in `byteFormat`, and at most `limit` characters before "...".
+std::string escapedText(std::string const &text, std::size_t limit, char const *byteFormat) {
     std::string out = "\"";
-    std::size_t shown = 0;
-    for (std::size_t i = 0; i < text.size(); ++shown) {
+    for (std::size_t i = 0, shown = 0; i < text.size(); ++shown) {
         if (shown == limit)
             return out + "\"...";
         unsigned char c = static_cast<unsigned char>(text[i]);
@@ -67,45 +67,20 @@ std::string quoted(std::string const &text, std::size_t limit) {
             out += "\\r";
             break;
         default:
-            out += c >= 0x20 && c < 0x7F ? std::string(1, char(c)) : hexByte(c, "\\x%02X");
+            out += c >= 0x20 && c < 0x7F ? std::string(1, char(c)) : hexByte(c, byteFormat);
         }
     }
     return out + "\"";
 }
 
+// `text` between double quotes, C-style escapes, at most `limit` characters.
+std::string quoted(std::string const &text, std::size_t limit) {
+    return escapedText(text, limit, "\\x%02X");
+}
+
+// A JSON string; a byte that is no character is shown as the code point of its value.
 std::string jsonString(std::string const &text) {
-    std::string out = "\"";
-    for (std::size_t i = 0; i < text.size();) {
-        unsigned char c = static_cast<unsigned char>(text[i]);
-        std::size_t sequence = c >= 0x80 ? utf8Sequence(text, i) : 0;
-        if (sequence != 0) {
-            out.append(text, i, sequence);
-            i += sequence;
-            continue;
-        }
-        ++i;
-        switch (c) {
-        case '"':
-            out += "\\\"";
-            break;
-        case '\\':
-            out += "\\\\";
-            break;
-        case '\n':
-            out += "\\n";
-            break;
-        case '\t':
-            out += "\\t";
-            break;
-        case '\r':
-            out += "\\r";
-            break;
-        // A byte that is no character is shown as the code point of its value.
-        default:
-            out += c >= 0x20 && c < 0x7F ? std::string(1, char(c)) : hexByte(c, "\\u%04X");
-        }
-    }
-    return out + "\"";
+    return escapedText(text, std::string::npos, "\\u%04X");
 }
 
 std::string rawHex(std::string const &bytes) {
